@@ -1,0 +1,97 @@
+#include "engine/sound/SoundData.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vantelo_sounds::engine {
+
+SoundData::SoundData(int channels, std::size_t maxFrames)
+    : mChannels(std::clamp(channels, 1, 2))
+    , mMaxFrames(maxFrames)
+    , mChunks((maxFrames + kChunkFrames - 1) / kChunkFrames)
+{
+}
+
+std::size_t SoundData::append(const float* interleaved, std::size_t frames)
+{
+    const std::size_t room = mMaxFrames - mAvailable.load(std::memory_order_relaxed);
+    const std::size_t total = std::min(frames, room);
+    std::size_t done = 0;
+    while (done < total) {
+        if (mWriteOffset == kChunkFrames) {
+            ++mWriteChunk;
+            mWriteOffset = 0;
+        }
+        auto& chunk = mChunks[mWriteChunk];
+        if (!chunk) {
+            chunk = std::make_unique<float[]>(kChunkFrames * static_cast<std::size_t>(mChannels));
+            mAllocatedChunks.fetch_add(1, std::memory_order_relaxed);
+        }
+        const std::size_t n = std::min(total - done, kChunkFrames - mWriteOffset);
+        std::memcpy(chunk.get() + mWriteOffset * static_cast<std::size_t>(mChannels),
+                    interleaved + done * static_cast<std::size_t>(mChannels),
+                    n * static_cast<std::size_t>(mChannels) * sizeof(float));
+        mWriteOffset += n;
+        done += n;
+        mAvailable.fetch_add(n, std::memory_order_release);
+    }
+    if (done > 0) {
+        std::lock_guard lock(mWaitMutex);
+        mWaitCondition.notify_all();
+    }
+    return done;
+}
+
+void SoundData::finish(bool ok) noexcept
+{
+    if (!ok) {
+        mFailed.store(true, std::memory_order_release);
+    }
+    mComplete.store(true, std::memory_order_release);
+    std::lock_guard lock(mWaitMutex);
+    mWaitCondition.notify_all();
+}
+
+const float* SoundData::framesAt(std::size_t frame, std::size_t& contiguous) const noexcept
+{
+    const std::size_t available = availableFrames();
+    if (frame >= available) {
+        contiguous = 0;
+        return nullptr;
+    }
+    const std::size_t chunk = frame / kChunkFrames;
+    const std::size_t offset = frame % kChunkFrames;
+    contiguous = std::min(kChunkFrames - offset, available - frame);
+    return mChunks[chunk].get() + offset * static_cast<std::size_t>(mChannels);
+}
+
+std::size_t SoundData::read(std::size_t frame, float* out, std::size_t count) const noexcept
+{
+    std::size_t done = 0;
+    while (done < count) {
+        std::size_t contiguous = 0;
+        const float* src = framesAt(frame + done, contiguous);
+        if (src == nullptr) {
+            break;
+        }
+        const std::size_t n = std::min(contiguous, count - done);
+        std::memcpy(out + done * static_cast<std::size_t>(mChannels), src,
+                    n * static_cast<std::size_t>(mChannels) * sizeof(float));
+        done += n;
+    }
+    return done;
+}
+
+std::size_t SoundData::bytes() const noexcept
+{
+    return mAllocatedChunks.load(std::memory_order_relaxed) * kChunkFrames *
+           static_cast<std::size_t>(mChannels) * sizeof(float);
+}
+
+void SoundData::waitForFrames(std::size_t frames) const
+{
+    std::unique_lock lock(mWaitMutex);
+    mWaitCondition.wait(lock, [&] { return isComplete() || availableFrames() >= frames; });
+}
+
+} // namespace vantelo_sounds::engine

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace vantelo_sounds::engine {
+
+/// The mixer's sample rate: every sound is decoded or synthesized to it.
+inline constexpr int kMixRate = 48000;
+
+/// The PCM of one sound at the mixer's rate: 32-bit float, interleaved, 1 (mono) or 2 (stereo)
+/// channels. One producer (the decoder or the speech worker) appends while readers, the audio
+/// thread among them, read what is already there. Storage is a table of fixed-size chunks made up
+/// front, so nothing a reader sees ever moves and reading needs no lock.
+class SoundData {
+public:
+    /// Frames per chunk (about 0.34 s at 48 kHz).
+    static constexpr std::size_t kChunkFrames = 16384;
+
+    /// `maxFrames` bounds the memory the sound may take; appends beyond it are refused.
+    SoundData(int channels, std::size_t maxFrames);
+    SoundData(const SoundData&) = delete;
+    SoundData& operator=(const SoundData&) = delete;
+
+    int channels() const noexcept { return mChannels; }
+    std::size_t maxFrames() const noexcept { return mMaxFrames; }
+
+    // ---- producer (one thread at a time) --------------------------------------------------
+    /// Appends interleaved frames; returns how many were taken (fewer once maxFrames is reached).
+    /// Allocates chunks as it goes; never call it on the audio thread.
+    std::size_t append(const float* interleaved, std::size_t frames);
+    /// No more frames will come. `ok` false: the source failed part-way (what is there plays).
+    void finish(bool ok) noexcept;
+
+    // ---- readers (any thread, lock-free and allocation-free) ------------------------------
+    std::size_t availableFrames() const noexcept
+    {
+        return mAvailable.load(std::memory_order_acquire);
+    }
+    bool isComplete() const noexcept { return mComplete.load(std::memory_order_acquire); }
+    bool failed() const noexcept { return mFailed.load(std::memory_order_acquire); }
+    /// Frames in the whole sound once complete, else the frames available so far.
+    std::size_t frames() const noexcept { return availableFrames(); }
+    /// Pointer to `frame` and the number of frames readable from it without crossing a chunk
+    /// (0 when `frame` is not available yet).
+    const float* framesAt(std::size_t frame, std::size_t& contiguous) const noexcept;
+    /// Copies up to `count` available frames starting at `frame` into `out`; returns the count.
+    std::size_t read(std::size_t frame, float* out, std::size_t count) const noexcept;
+    /// Bytes of sample memory held.
+    std::size_t bytes() const noexcept;
+
+    // ---- waiting (control thread or workers, never the audio thread) ----------------------
+    /// Blocks until `frames` frames are available or the sound is complete.
+    void waitForFrames(std::size_t frames) const;
+
+private:
+    const int mChannels;
+    const std::size_t mMaxFrames;
+    std::vector<std::unique_ptr<float[]>> mChunks; // sized once; entries filled by the producer
+    std::size_t mWriteChunk = 0;
+    std::size_t mWriteOffset = 0; // frames in the chunk being written
+    std::atomic<std::size_t> mAvailable{0};
+    std::atomic<std::size_t> mAllocatedChunks{0};
+    std::atomic<bool> mComplete{false};
+    std::atomic<bool> mFailed{false};
+    mutable std::mutex mWaitMutex;
+    mutable std::condition_variable mWaitCondition;
+};
+
+} // namespace vantelo_sounds::engine
