@@ -4,7 +4,11 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libswre
 pkg_check_modules(ESPEAK REQUIRED IMPORTED_TARGET espeak-ng)
 pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
 find_package(Threads REQUIRED)
-find_package(readerwriterqueue CONFIG REQUIRED)
+# readerwriterqueue is header-only and ships no CMake package on Debian 12.
+find_path(READERWRITERQUEUE_INCLUDE_DIR readerwriterqueue/readerwriterqueue.h REQUIRED)
+add_library(readerwriterqueue::readerwriterqueue INTERFACE IMPORTED)
+target_include_directories(readerwriterqueue::readerwriterqueue SYSTEM INTERFACE
+    ${READERWRITERQUEUE_INCLUDE_DIR})
 find_package(nlohmann_json CONFIG REQUIRED)
 find_package(CLI11 CONFIG REQUIRED)
 if(VANTELO_BUILD_TESTS)

@@ -33,6 +33,10 @@ public:
     /// Real time only: how soon the loop must call dispatch() again even if nothing wakes it
     /// (for example while voices play). Empty when it only needs a call after wake().
     virtual std::optional<Duration> pollInterval() const { return std::nullopt; }
+
+    /// True while time passing can still make this source deliver something (voices that play,
+    /// speech being synthesized). settle() runs until no source is busy.
+    virtual bool isBusy() const { return false; }
 };
 
 /// The control thread's loop: posted callbacks, one-shot timers and sources, all delivered on one
@@ -74,7 +78,9 @@ public:
     /// Cancels a timer that has not run; unknown or past ids are ignored.
     void cancelTimer(TimerId id);
 
-    /// Sources are asked to advance and dispatch on every pass. Not owned.
+    /// Sources are asked to advance and dispatch on every pass, in the order they were added. Not
+    /// owned. In manual time only one source may stop early (the audio engine, which keeps time
+    /// for everything that sounds); the others are then advanced no further than it.
     void addSource(RunLoopSource* source);
     void removeSource(RunLoopSource* source);
 
@@ -105,15 +111,12 @@ public:
     std::size_t pendingTimers() const;
 
 private:
-    struct Timer {
-        Duration deadline;
-        TimerId id;
-        Callback callback;
-    };
-
     std::size_t runPosted();
+    std::size_t drainPosted();
+    bool runOneDueTimer();
     std::size_t runDueTimers();
     void dispatchSources();
+    std::vector<RunLoopSource*> sourcesSnapshot() const;
     std::optional<Duration> nextDeadline() const;
     void claimThread() noexcept;
     void waitFor(Duration timeout);
@@ -121,7 +124,7 @@ private:
     std::shared_ptr<Clock> mClock;
     mutable std::mutex mMutex;
     std::vector<Callback> mPosted;
-    std::multimap<std::pair<Duration, TimerId>, Callback> mTimers;
+    std::map<std::pair<Duration::rep, TimerId>, Callback> mTimers;
     std::vector<RunLoopSource*> mSources;
     TimerId mNextTimerId = 1;
     std::atomic<std::thread::id> mOwner;

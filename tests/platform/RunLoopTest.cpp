@@ -1,0 +1,140 @@
+// The run loop on the manual clock: timers in deadline order, callbacks posted from anywhere,
+// sources that stop time early so that what happened is delivered at its exact time.
+#include <vantelo_sounds/platform/RunLoop.hpp>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+using vantelo_sounds::Duration;
+using vantelo_sounds::ManualClock;
+using vantelo_sounds::RunLoop;
+using vantelo_sounds::RunLoopSource;
+
+namespace {
+
+class RunLoopManualTest : public ::testing::Test {
+protected:
+    RunLoop& loop = RunLoop::resetMainManual();
+    std::vector<std::string> log;
+
+    void note(const std::string& what)
+    {
+        log.push_back(what + "@" + std::to_string(loop.now().count() / 1000000) + "ms");
+    }
+};
+
+TEST_F(RunLoopManualTest, TimersFireInDeadlineOrderThenSchedulingOrder)
+{
+    loop.scheduleTimer(300ms, [&] { note("c"); });
+    loop.scheduleTimer(100ms, [&] { note("a"); });
+    loop.scheduleTimer(200ms, [&] { note("b1"); });
+    loop.scheduleTimer(200ms, [&] { note("b2"); });
+    loop.advance(250ms);
+    EXPECT_EQ(log, (std::vector<std::string>{"a@100ms", "b1@200ms", "b2@200ms"}));
+    EXPECT_EQ(loop.now(), 250ms);
+    EXPECT_EQ(loop.pendingTimers(), 1u);
+    loop.advance(50ms);
+    EXPECT_EQ(log.back(), "c@300ms");
+}
+
+TEST_F(RunLoopManualTest, TimerScheduledFromATimerRunsAtItsOwnDeadline)
+{
+    loop.scheduleTimer(100ms, [&] {
+        note("first");
+        loop.scheduleTimer(200ms, [&] { note("gap"); });
+        loop.scheduleTimer(0ms, [&] { note("now"); });
+    });
+    loop.advance(1s);
+    EXPECT_EQ(log, (std::vector<std::string>{"first@100ms", "now@100ms", "gap@300ms"}));
+}
+
+TEST_F(RunLoopManualTest, CancelledTimerNeverRuns)
+{
+    const auto id = loop.scheduleTimer(100ms, [&] { note("cancelled"); });
+    loop.scheduleTimer(50ms, [&] { loop.cancelTimer(id); });
+    loop.advance(1s);
+    EXPECT_TRUE(log.empty());
+    EXPECT_EQ(loop.pendingTimers(), 0u);
+}
+
+TEST_F(RunLoopManualTest, PostedFromAnotherThreadRunsOnTheLoopThreadInOrder)
+{
+    std::vector<std::thread::id> threads;
+    std::thread other([&] {
+        for (int i = 0; i < 3; ++i) {
+            loop.post([&, i] {
+                note("p" + std::to_string(i));
+                threads.push_back(std::this_thread::get_id());
+            });
+        }
+    });
+    other.join();
+    loop.runOnce();
+    EXPECT_EQ(log, (std::vector<std::string>{"p0@0ms", "p1@0ms", "p2@0ms"}));
+    for (auto id : threads) {
+        EXPECT_EQ(id, std::this_thread::get_id());
+    }
+    EXPECT_TRUE(loop.isLoopThread());
+}
+
+// A source that "ends a sound" at fixed times: it refuses to advance past its next event, and
+// delivers the event on the following dispatch.
+class EventAtTimes : public RunLoopSource {
+public:
+    EventAtTimes(RunLoopManualTest& test, std::vector<Duration> times)
+        : mTest(test)
+        , mTimes(std::move(times))
+    {
+    }
+    Duration advanceTo(Duration target) override
+    {
+        if (!mTimes.empty() && mTimes.front() <= target) {
+            mDue = true;
+            return mTimes.front();
+        }
+        return target;
+    }
+    void dispatch() override
+    {
+        if (mDue) {
+            mDue = false;
+            mTimes.erase(mTimes.begin());
+            mTest.note("ended");
+        }
+    }
+    bool isBusy() const override { return !mTimes.empty(); }
+
+private:
+    RunLoopManualTest& mTest;
+    std::vector<Duration> mTimes;
+    bool mDue = false;
+};
+
+TEST_F(RunLoopManualTest, SourceEventsInterleaveWithTimersInTimeOrder)
+{
+    EventAtTimes source(*this, {150ms, 250ms});
+    loop.addSource(&source);
+    loop.scheduleTimer(100ms, [&] { note("t1"); });
+    loop.scheduleTimer(200ms, [&] { note("t2"); });
+    loop.advance(300ms);
+    loop.removeSource(&source);
+    EXPECT_EQ(log, (std::vector<std::string>{"t1@100ms", "ended@150ms", "t2@200ms",
+                                             "ended@250ms"}));
+}
+
+TEST_F(RunLoopManualTest, SettleRunsUntilNothingIsPending)
+{
+    EventAtTimes source(*this, {700ms});
+    loop.addSource(&source);
+    loop.scheduleTimer(400ms, [&] { note("t"); });
+    const Duration reached = loop.settle(10s);
+    loop.removeSource(&source);
+    EXPECT_EQ(log, (std::vector<std::string>{"t@400ms", "ended@700ms"}));
+    EXPECT_LT(reached, 1s);
+}
+
+} // namespace
