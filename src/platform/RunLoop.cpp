@@ -1,11 +1,10 @@
-#include <vantelo_sounds/platform/RunLoop.hpp>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <vantelo_sounds/platform/RunLoop.hpp>
 
 namespace vantelo_sounds {
 namespace {
@@ -15,8 +14,7 @@ RunLoop* gMain = nullptr;
 
 // Loops replaced by resetMain stay alive: objects made on them may still hold a reference, and
 // tests replace the loop once per test, so the cost is a few hundred bytes each.
-std::vector<std::unique_ptr<RunLoop>>& allLoops()
-{
+std::vector<std::unique_ptr<RunLoop>>& allLoops() {
     static std::vector<std::unique_ptr<RunLoop>> loops;
     return loops;
 }
@@ -28,19 +26,15 @@ constexpr Duration kForever = Duration::max();
 RunLoop::RunLoop(std::shared_ptr<Clock> clock)
     : mClock(std::move(clock))
     , mOwner(std::this_thread::get_id())
-    , mWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
-{
-}
+    , mWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
 
-RunLoop::~RunLoop()
-{
+RunLoop::~RunLoop() {
     if (mWakeFd >= 0) {
         close(mWakeFd);
     }
 }
 
-RunLoop& RunLoop::main()
-{
+RunLoop& RunLoop::main() {
     std::lock_guard lock(gMainMutex);
     if (gMain == nullptr) {
         allLoops().push_back(std::make_unique<RunLoop>(std::make_shared<SteadyClock>()));
@@ -49,31 +43,26 @@ RunLoop& RunLoop::main()
     return *gMain;
 }
 
-RunLoop& RunLoop::resetMain(std::shared_ptr<Clock> clock)
-{
+RunLoop& RunLoop::resetMain(std::shared_ptr<Clock> clock) {
     std::lock_guard lock(gMainMutex);
     allLoops().push_back(std::make_unique<RunLoop>(std::move(clock)));
     gMain = allLoops().back().get();
     return *gMain;
 }
 
-RunLoop& RunLoop::resetMainManual()
-{
+RunLoop& RunLoop::resetMainManual() {
     return resetMain(std::make_shared<ManualClock>());
 }
 
-bool RunLoop::isLoopThread() const noexcept
-{
+bool RunLoop::isLoopThread() const noexcept {
     return mOwner.load(std::memory_order_relaxed) == std::this_thread::get_id();
 }
 
-void RunLoop::claimThread() noexcept
-{
+void RunLoop::claimThread() noexcept {
     mOwner.store(std::this_thread::get_id(), std::memory_order_relaxed);
 }
 
-void RunLoop::post(Callback callback)
-{
+void RunLoop::post(Callback callback) {
     {
         std::lock_guard lock(mMutex);
         mPosted.push_back(std::move(callback));
@@ -81,8 +70,7 @@ void RunLoop::post(Callback callback)
     wake();
 }
 
-RunLoop::TimerId RunLoop::scheduleTimer(Duration delay, Callback callback)
-{
+RunLoop::TimerId RunLoop::scheduleTimer(Duration delay, Callback callback) {
     const Duration deadline = now() + std::max(delay, Duration::zero());
     TimerId id = 0;
     {
@@ -94,8 +82,7 @@ RunLoop::TimerId RunLoop::scheduleTimer(Duration delay, Callback callback)
     return id;
 }
 
-void RunLoop::cancelTimer(TimerId id)
-{
+void RunLoop::cancelTimer(TimerId id) {
     std::lock_guard lock(mMutex);
     for (auto it = mTimers.begin(); it != mTimers.end(); ++it) {
         if (it->first.second == id) {
@@ -105,42 +92,36 @@ void RunLoop::cancelTimer(TimerId id)
     }
 }
 
-std::size_t RunLoop::pendingTimers() const
-{
+std::size_t RunLoop::pendingTimers() const {
     std::lock_guard lock(mMutex);
     return mTimers.size();
 }
 
-void RunLoop::addSource(RunLoopSource* source)
-{
+void RunLoop::addSource(RunLoopSource* source) {
     std::lock_guard lock(mMutex);
     if (std::find(mSources.begin(), mSources.end(), source) == mSources.end()) {
         mSources.push_back(source);
     }
 }
 
-void RunLoop::removeSource(RunLoopSource* source)
-{
+void RunLoop::removeSource(RunLoopSource* source) {
     std::lock_guard lock(mMutex);
     std::erase(mSources, source);
 }
 
-std::vector<RunLoopSource*> RunLoop::sourcesSnapshot() const
-{
+std::vector<RunLoopSource*> RunLoop::sourcesSnapshot() const {
     std::lock_guard lock(mMutex);
     return mSources;
 }
 
-void RunLoop::wake() noexcept
-{
+void RunLoop::wake() noexcept {
     if (mWakeFd >= 0) {
         const std::uint64_t one = 1;
         [[maybe_unused]] const ssize_t written = write(mWakeFd, &one, sizeof one);
     }
 }
 
-std::size_t RunLoop::runPosted()
-{
+std::size_t RunLoop::runPosted() {
     std::vector<Callback> batch;
     {
         std::lock_guard lock(mMutex);
@@ -152,8 +133,7 @@ std::size_t RunLoop::runPosted()
     return batch.size();
 }
 
-void RunLoop::dispatchSources()
-{
+void RunLoop::dispatchSources() {
     for (RunLoopSource* source : sourcesSnapshot()) {
         source->dispatch();
     }
@@ -161,8 +141,7 @@ void RunLoop::dispatchSources()
 
 // Delivers everything that has happened up to now: sources first (ends of sounds, in the order they
 // happened), then what they and earlier callbacks posted, until nothing more comes.
-std::size_t RunLoop::drainPosted()
-{
+std::size_t RunLoop::drainPosted() {
     std::size_t total = 0;
     for (;;) {
         dispatchSources();
@@ -174,8 +153,7 @@ std::size_t RunLoop::drainPosted()
     }
 }
 
-bool RunLoop::runOneDueTimer()
-{
+bool RunLoop::runOneDueTimer() {
     Callback callback;
     {
         std::lock_guard lock(mMutex);
@@ -189,8 +167,7 @@ bool RunLoop::runOneDueTimer()
     return true;
 }
 
-std::size_t RunLoop::runDueTimers()
-{
+std::size_t RunLoop::runDueTimers() {
     std::size_t ran = 0;
     while (runOneDueTimer()) {
         ++ran;
@@ -199,8 +176,7 @@ std::size_t RunLoop::runDueTimers()
     return ran;
 }
 
-std::optional<Duration> RunLoop::nextDeadline() const
-{
+std::optional<Duration> RunLoop::nextDeadline() const {
     std::lock_guard lock(mMutex);
     if (mTimers.empty()) {
         return std::nullopt;
@@ -208,16 +184,14 @@ std::optional<Duration> RunLoop::nextDeadline() const
     return Duration(mTimers.begin()->first.first);
 }
 
-std::size_t RunLoop::runOnce()
-{
+std::size_t RunLoop::runOnce() {
     claimThread();
     std::size_t ran = drainPosted();
     ran += runDueTimers();
     return ran;
 }
 
-void RunLoop::waitFor(Duration timeout)
-{
+void RunLoop::waitFor(Duration timeout) {
     const auto ms = std::chrono::ceil<std::chrono::milliseconds>(timeout).count();
     pollfd fd{mWakeFd, POLLIN, 0};
     const int timeoutMs = static_cast<int>(std::clamp<std::int64_t>(ms, 0, 1000));
@@ -227,8 +201,7 @@ void RunLoop::waitFor(Duration timeout)
     }
 }
 
-void RunLoop::runUntil(Duration deadline)
-{
+void RunLoop::runUntil(Duration deadline) {
     if (isManual()) {
         advanceTo(deadline);
         return;
@@ -255,8 +228,7 @@ void RunLoop::runUntil(Duration deadline)
     }
 }
 
-void RunLoop::run()
-{
+void RunLoop::run() {
     if (isManual()) {
         settle(kForever);
         return;
@@ -264,19 +236,16 @@ void RunLoop::run()
     runUntil(kForever);
 }
 
-void RunLoop::stop() noexcept
-{
+void RunLoop::stop() noexcept {
     mStopRequested.store(true, std::memory_order_relaxed);
     wake();
 }
 
-void RunLoop::advance(Duration by)
-{
+void RunLoop::advance(Duration by) {
     advanceTo(now() + by);
 }
 
-void RunLoop::advanceTo(Duration target)
-{
+void RunLoop::advanceTo(Duration target) {
     auto* clock = dynamic_cast<ManualClock*>(mClock.get());
     if (clock == nullptr) {
         runUntil(target);
@@ -311,8 +280,7 @@ void RunLoop::advanceTo(Duration target)
     }
 }
 
-Duration RunLoop::settle(Duration limit)
-{
+Duration RunLoop::settle(Duration limit) {
     constexpr Duration kBusyStep = std::chrono::milliseconds(10);
     for (;;) {
         const Duration current = now();

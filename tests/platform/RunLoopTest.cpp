@@ -1,12 +1,11 @@
 // The run loop on the manual clock: timers in deadline order, callbacks posted from anywhere,
 // sources that stop time early so that what happened is delivered at its exact time.
-#include <vantelo_sounds/platform/RunLoop.hpp>
-
-#include <gtest/gtest.h>
-
 #include <string>
 #include <thread>
+#include <vantelo_sounds/platform/RunLoop.hpp>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
 using vantelo_sounds::Duration;
@@ -21,14 +20,13 @@ protected:
     RunLoop& loop = RunLoop::resetMainManual();
     std::vector<std::string> log;
 
-    void note(const std::string& what)
-    {
+public:
+    void note(const std::string& what) {
         log.push_back(what + "@" + std::to_string(loop.now().count() / 1000000) + "ms");
     }
 };
 
-TEST_F(RunLoopManualTest, TimersFireInDeadlineOrderThenSchedulingOrder)
-{
+TEST_F(RunLoopManualTest, TimersFireInDeadlineOrderThenSchedulingOrder) {
     loop.scheduleTimer(300ms, [&] { note("c"); });
     loop.scheduleTimer(100ms, [&] { note("a"); });
     loop.scheduleTimer(200ms, [&] { note("b1"); });
@@ -41,8 +39,7 @@ TEST_F(RunLoopManualTest, TimersFireInDeadlineOrderThenSchedulingOrder)
     EXPECT_EQ(log.back(), "c@300ms");
 }
 
-TEST_F(RunLoopManualTest, TimerScheduledFromATimerRunsAtItsOwnDeadline)
-{
+TEST_F(RunLoopManualTest, TimerScheduledFromATimerRunsAtItsOwnDeadline) {
     loop.scheduleTimer(100ms, [&] {
         note("first");
         loop.scheduleTimer(200ms, [&] { note("gap"); });
@@ -52,8 +49,7 @@ TEST_F(RunLoopManualTest, TimerScheduledFromATimerRunsAtItsOwnDeadline)
     EXPECT_EQ(log, (std::vector<std::string>{"first@100ms", "now@100ms", "gap@300ms"}));
 }
 
-TEST_F(RunLoopManualTest, CancelledTimerNeverRuns)
-{
+TEST_F(RunLoopManualTest, CancelledTimerNeverRuns) {
     const auto id = loop.scheduleTimer(100ms, [&] { note("cancelled"); });
     loop.scheduleTimer(50ms, [&] { loop.cancelTimer(id); });
     loop.advance(1s);
@@ -61,8 +57,7 @@ TEST_F(RunLoopManualTest, CancelledTimerNeverRuns)
     EXPECT_EQ(loop.pendingTimers(), 0u);
 }
 
-TEST_F(RunLoopManualTest, PostedFromAnotherThreadRunsOnTheLoopThreadInOrder)
-{
+TEST_F(RunLoopManualTest, PostedFromAnotherThreadRunsOnTheLoopThreadInOrder) {
     std::vector<std::thread::id> threads;
     std::thread other([&] {
         for (int i = 0; i < 3; ++i) {
@@ -87,19 +82,15 @@ class EventAtTimes : public RunLoopSource {
 public:
     EventAtTimes(RunLoopManualTest& test, std::vector<Duration> times)
         : mTest(test)
-        , mTimes(std::move(times))
-    {
-    }
-    Duration advanceTo(Duration target) override
-    {
+        , mTimes(std::move(times)) {}
+    Duration advanceTo(Duration target) override {
         if (!mTimes.empty() && mTimes.front() <= target) {
             mDue = true;
             return mTimes.front();
         }
         return target;
     }
-    void dispatch() override
-    {
+    void dispatch() override {
         if (mDue) {
             mDue = false;
             mTimes.erase(mTimes.begin());
@@ -114,20 +105,18 @@ private:
     bool mDue = false;
 };
 
-TEST_F(RunLoopManualTest, SourceEventsInterleaveWithTimersInTimeOrder)
-{
+TEST_F(RunLoopManualTest, SourceEventsInterleaveWithTimersInTimeOrder) {
     EventAtTimes source(*this, {150ms, 250ms});
     loop.addSource(&source);
     loop.scheduleTimer(100ms, [&] { note("t1"); });
     loop.scheduleTimer(200ms, [&] { note("t2"); });
     loop.advance(300ms);
     loop.removeSource(&source);
-    EXPECT_EQ(log, (std::vector<std::string>{"t1@100ms", "ended@150ms", "t2@200ms",
-                                             "ended@250ms"}));
+    EXPECT_EQ(log,
+              (std::vector<std::string>{"t1@100ms", "ended@150ms", "t2@200ms", "ended@250ms"}));
 }
 
-TEST_F(RunLoopManualTest, SettleRunsUntilNothingIsPending)
-{
+TEST_F(RunLoopManualTest, SettleRunsUntilNothingIsPending) {
     EventAtTimes source(*this, {700ms});
     loop.addSource(&source);
     loop.scheduleTimer(400ms, [&] { note("t"); });

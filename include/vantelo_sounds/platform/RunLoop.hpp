@@ -1,7 +1,5 @@
 #pragma once
 
-#include <vantelo_sounds/platform/Clock.hpp>
-
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -10,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <vantelo_sounds/platform/Clock.hpp>
 #include <vector>
 
 namespace vantelo_sounds {
