@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "engine/codec/AudioFileFormat.hpp"
+
+namespace vantelo_sounds::engine {
+
+/// Why writing a file failed, in words ("Permission denied", "no encoder for ogg").
+struct WriteError {
+    std::string detail;
+};
+
+/// Writes float PCM (mono or stereo, any rate) to an audio file through FFmpeg: the recorder's
+/// M4A and the test fixtures. Non-finite samples are written as silence. Used by one thread.
+class AudioFileWriter {
+public:
+    struct Options {
+        /// Bits per second for lossy formats; 0 picks a default for the format and channels.
+        int bitRate = 0;
+        /// M4A only: write fragments as it goes so a file cut off by a crash stays readable
+        /// (all but the last, incomplete fragment). The file's duration then includes the
+        /// encoder's priming samples.
+        bool fragmented = false;
+        /// M4A fragmented only: fragment length in seconds.
+        double fragmentSeconds = 1.0;
+    };
+
+    AudioFileWriter();
+    ~AudioFileWriter(); ///< closes (writes the trailer) if still open
+    AudioFileWriter(const AudioFileWriter&) = delete;
+    AudioFileWriter& operator=(const AudioFileWriter&) = delete;
+
+    /// Whether this FFmpeg build can write `format` (ogg needs a Vorbis or Opus encoder).
+    static bool supports(AudioFileFormat format);
+
+    /// Creates (or truncates) the file at `path`. `channels` is 1 or 2, `sampleRate` in Hz.
+    /// Opening again while open closes the previous file first.
+    std::optional<WriteError> open(const std::string& path, AudioFileFormat format, int sampleRate,
+                                   int channels, const Options& options);
+    std::optional<WriteError> open(const std::string& path, AudioFileFormat format, int sampleRate,
+                                   int channels) {
+        return open(path, format, sampleRate, channels, Options{});
+    }
+
+    /// Encodes `frames` interleaved frames (frames, not samples).
+    std::optional<WriteError> write(const float* interleaved, std::size_t frames);
+
+    /// Flushes the encoder and writes the trailer. Safe to call when not open.
+    std::optional<WriteError> close();
+
+    bool isOpen() const noexcept;
+    /// Frames accepted by write() since open().
+    std::uint64_t framesWritten() const noexcept;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> mImpl;
+};
+
+} // namespace vantelo_sounds::engine
