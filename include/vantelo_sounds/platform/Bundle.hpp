@@ -18,7 +18,8 @@ class Bundle {
 public:
     static Bundle& main();
 
-    /// Makes `path` the resource folder and forgets the strings loaded from the old one.
+    /// Makes `path` (made absolute) the resource folder and forgets the strings read from the old
+    /// one; strings given to setLocalizations stay.
     void setResourcePath(const std::string& path);
     std::string resourcePath();
 
@@ -32,7 +33,8 @@ public:
     std::string localizedString(const std::string& key, const std::string& value = "",
                                 const std::string& table = "");
 
-    /// Replaces the default table's strings (a game's or a scenario's own localizations).
+    /// Replaces the default table's strings (a game's or a scenario's own localizations); they
+    /// win over the file from then on.
     void setLocalizations(std::map<std::string, std::string> strings);
 
     /// Parses the text of a .strings file: `"key" = "value";` pairs, // and /* */ comments,
@@ -45,7 +47,8 @@ private:
 
     std::mutex mMutex;
     std::optional<std::string> mResourcePath;
-    std::map<std::string, std::map<std::string, std::string>> mTables;
+    std::map<std::string, std::map<std::string, std::string>> mTables; // read from files
+    std::optional<std::map<std::string, std::string>> mLocalizations;
 };
 
 } // namespace vantelo_sounds

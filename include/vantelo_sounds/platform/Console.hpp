@@ -21,7 +21,7 @@ public:
     Sink setSink(Sink sink);
 
 private:
-    std::mutex mMutex;
+    std::recursive_mutex mMutex; // a sink may print or replace itself
     Sink mSink;
 };
 
