@@ -97,7 +97,16 @@ OpenResult<std::shared_ptr<const SoundData>> SoundCache::load(const std::string&
 
 void SoundCache::waitIdle() {
     std::unique_lock lock(mMutex);
-    mIdle.wait(lock, [this] { return mJobs.empty() && mBusyJobs == 0; });
+    mIdle.wait(lock, [this] { return (mJobs.empty() || mPaused) && mBusyJobs == 0; });
+}
+
+void SoundCache::setDecodingPaused(bool paused) {
+    {
+        std::lock_guard lock(mMutex);
+        mPaused = paused;
+    }
+    mWork.notify_all();
+    mIdle.notify_all();
 }
 
 std::size_t SoundCache::bytes() const {
@@ -137,7 +146,7 @@ void SoundCache::evictLocked() {
 void SoundCache::workerLoop() {
     std::unique_lock lock(mMutex);
     for (;;) {
-        mWork.wait(lock, [this] { return mStopping || !mJobs.empty(); });
+        mWork.wait(lock, [this] { return mStopping || (!mPaused && !mJobs.empty()); });
         if (mStopping) {
             return;
         }
@@ -164,7 +173,7 @@ void SoundCache::workerLoop() {
             mJobs.push_back(std::move(job));
         }
         evictLocked();
-        if (mJobs.empty() && mBusyJobs == 0) {
+        if ((mJobs.empty() || mPaused) && mBusyJobs == 0) {
             mIdle.notify_all();
         }
     }

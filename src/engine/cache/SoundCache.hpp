@@ -38,8 +38,13 @@ public:
     /// The sound for the file at `path`, possibly still filling.
     OpenResult<std::shared_ptr<const SoundData>> load(const std::string& path);
 
-    /// Blocks until every pending decode has finished (tests, benchmarks).
+    /// Blocks until every pending decode has finished (tests, benchmarks), or, while decoding
+    /// is paused, until the worker has put down the sound it was decoding.
     void waitIdle();
+
+    /// Holds decode-ahead (true) or lets it go on (false). Loads still open files at once; their
+    /// sounds stay empty until decoding resumes. For tests, and for a game loading a level.
+    void setDecodingPaused(bool paused);
 
     /// Sample memory held by the cached sounds, in bytes.
     std::size_t bytes() const;
@@ -72,6 +77,7 @@ private:
     std::vector<std::unique_ptr<Job>> mJobs;
     std::size_t mBusyJobs = 0; // jobs taken out by the worker right now
     bool mStopping = false;
+    bool mPaused = false;
     std::thread mWorker;
 };
 

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <string>
+
+#include "engine/codec/AudioFileFormat.hpp"
+#include "engine/codec/AudioFileWriter.hpp"
+
+namespace vantelo_sounds::test {
+
+/// Sound files made at test time in a temporary folder of their own, removed by the destructor:
+/// tones in every format the decoder reads, and the bad files it must refuse cleanly.
+class SoundFixtures {
+public:
+    /// How tone() stores its samples.
+    enum class WavEncoding { pcm16, pcm24, float32 };
+
+    /// Files that are broken, disguised or merely odd. Each is made once, on first request.
+    enum class BadFile {
+        missing,                ///< a path with nothing at it
+        empty,                  ///< zero bytes, named .wav
+        directory,              ///< a directory named x.wav
+        fifo,                   ///< a FIFO named x.wav (opening it for reading would block)
+        text,                   ///< plain text named .wav
+        truncatedWav,           ///< a 2 s 16-bit WAV cut mid-sample at 1 s
+        truncatedMp3,           ///< a 2 s MP3 cut mid-frame near 1 s
+        truncatedM4a,           ///< a 2 s plain M4A cut in half: its moov (at the end) is gone
+        truncatedFragmentedM4a, ///< a 2 s fragmented M4A (0.25 s fragments) cut in half
+        concatScript,           ///< an ffconcat script named .wav listing a real sound
+        hlsPlaylist,            ///< an HLS playlist named .wav listing a real sound
+        colonPath,              ///< a good 1 s WAV whose name has a colon ("a:b.wav")
+        mp3NamedWav,            ///< good MP3 data in a file named .wav
+        wavRateZero,            ///< a WAV header declaring 0 Hz
+        wavManyChannels,        ///< a WAV header declaring 65535 channels
+        m4aOnlyFtyp,            ///< the ftyp box of an M4A and nothing else
+        protectedM4p,           ///< an M4A whose sample entry is marked DRM ('drms'), named .m4p
+        danglingSymlink,        ///< a symlink to nothing
+        symlinkLoop,            ///< a symlink to itself
+        symlinkToSound,         ///< a symlink to a good WAV (fine)
+    };
+
+    SoundFixtures();
+    ~SoundFixtures();
+    SoundFixtures(const SoundFixtures&) = delete;
+    SoundFixtures& operator=(const SoundFixtures&) = delete;
+
+    /// The temporary folder, without a trailing slash.
+    std::string dir() const { return mDir; }
+    /// dir() + "/" + name.
+    std::string path(const std::string& name) const;
+
+    /// A sine WAV written directly (no FFmpeg): `channels` copies of the same tone.
+    std::string tone(const std::string& name, double hz, double seconds, int rate = 48000,
+                     int channels = 1, float amplitude = 0.5f,
+                     WavEncoding encoding = WavEncoding::pcm16);
+
+    /// A sine encoded through AudioFileWriter; "" (and a test failure) if it could not be made.
+    std::string encoded(const std::string& name, engine::AudioFileFormat format, double hz,
+                        double seconds, int rate = 48000, int channels = 1, float amplitude = 0.5f,
+                        const engine::AudioFileWriter::Options& options = {});
+
+    /// The bad (or odd) file of that kind.
+    std::string bad(BadFile kind);
+
+    /// Writes `bytes` to dir()/name, replacing it; returns the path.
+    std::string writeBytes(const std::string& name, const std::string& bytes);
+    /// The first `length` bytes of the file at `path`.
+    static std::string readBytes(const std::string& path, std::size_t length = std::string::npos);
+
+private:
+    std::string mDir;
+};
+
+} // namespace vantelo_sounds::test
