@@ -1,0 +1,120 @@
+#include "EventLog.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "ErrorCaseName.hpp"
+
+namespace vantelo_sounds::cli {
+
+namespace {
+
+EventLog::Fields errorField(const std::optional<std::error_code>& error) {
+    return error ? EventLog::Fields(errorCaseName(*error)) : EventLog::Fields(nullptr);
+}
+
+EventLog::Fields channelField(std::optional<std::int64_t> channel) {
+    return channel ? EventLog::Fields(*channel) : EventLog::Fields(nullptr);
+}
+
+} // namespace
+
+double EventLog::secondsOf(Duration t) {
+    const double microseconds = std::round(static_cast<double>(t.count()) / 1000.0);
+    return microseconds / 1e6;
+}
+
+void EventLog::record(Duration t, std::string_view type, Fields fields) {
+    Fields object = Fields::object();
+    object["t"] = secondsOf(t);
+    object["type"] = type;
+    for (auto& [key, value] : fields.items()) {
+        object[key] = std::move(value);
+    }
+    std::lock_guard lock(mMutex);
+    mEvents.push_back(Event{t, std::move(object)});
+}
+
+void EventLog::console(Duration t, std::string_view line) {
+    record(t, "console", {{"line", line}});
+}
+
+void EventLog::soundStart(Duration t, std::optional<std::int64_t> channel,
+                          const std::string& file) {
+    record(t, "soundStart", {{"channel", channelField(channel)}, {"file", file}});
+}
+
+void EventLog::soundEnd(Duration t, std::optional<std::int64_t> channel, const std::string& file,
+                        std::string_view reason) {
+    record(t, "soundEnd", {{"channel", channelField(channel)}, {"file", file}, {"reason", reason}});
+}
+
+void EventLog::speechStart(Duration t, const std::string& text, const std::string& voice) {
+    record(t, "speechStart", {{"text", text}, {"voice", voice}});
+}
+
+void EventLog::speechEnd(Duration t, const std::string& text, std::string_view reason) {
+    record(t, "speechEnd", {{"text", text}, {"reason", reason}});
+}
+
+void EventLog::recordingStart(Duration t, const std::string& url) {
+    record(t, "recordingStart", {{"url", url}});
+}
+
+void EventLog::recordingEnd(Duration t, const std::string& url) {
+    record(t, "recordingEnd", {{"url", url}});
+}
+
+void EventLog::completion(Duration t, const std::string& tag) {
+    record(t, "completion", {{"tag", tag}});
+}
+
+void EventLog::speechCompletion(Duration t, const std::string& tag, const std::string& text,
+                                const std::optional<std::error_code>& error) {
+    record(t, "completion", {{"tag", tag}, {"text", text}, {"error", errorField(error)}});
+}
+
+void EventLog::recordingCompletion(Duration t, const std::string& tag,
+                                   const std::optional<std::string>& url,
+                                   const std::optional<std::error_code>& error) {
+    record(t, "completion",
+           {{"tag", tag},
+            {"url", url ? Fields(*url) : Fields(nullptr)},
+            {"error", errorField(error)}});
+}
+
+void EventLog::permissionCompletion(Duration t, const std::string& tag,
+                                    const std::optional<bool>& granted,
+                                    const std::optional<std::error_code>& error) {
+    record(t, "completion",
+           {{"tag", tag},
+            {"granted", granted ? Fields(*granted) : Fields(nullptr)},
+            {"error", errorField(error)}});
+}
+
+std::size_t EventLog::size() const {
+    std::lock_guard lock(mMutex);
+    return mEvents.size();
+}
+
+void EventLog::write(std::ostream& out) const {
+    std::vector<const Event*> ordered;
+    {
+        std::lock_guard lock(mMutex);
+        ordered.reserve(mEvents.size());
+        for (const auto& event : mEvents) {
+            ordered.push_back(&event);
+        }
+        std::stable_sort(ordered.begin(), ordered.end(),
+                         [](const Event* a, const Event* b) { return a->t < b->t; });
+        // Console lines and file names may carry bytes that are not UTF-8; they are written
+        // with U+FFFD in their place rather than refused.
+        for (const Event* event : ordered) {
+            out << event->object.dump(-1, ' ', false, Fields::error_handler_t::replace) << '\n';
+        }
+    }
+    out.flush();
+}
+
+} // namespace vantelo_sounds::cli
