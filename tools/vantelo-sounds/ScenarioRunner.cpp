@@ -1,0 +1,241 @@
+#include "ScenarioRunner.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vantelo_sounds/PlaySoundSettings.hpp>
+#include <vantelo_sounds/SoundInstruction.hpp>
+#include <vantelo_sounds/SoundsPanType.hpp>
+#include <vantelo_sounds/SoundsVolumeType.hpp>
+#include <vantelo_sounds/VTOSoundsManager.hpp>
+#include <vantelo_sounds/platform/AudioSession.hpp>
+#include <vantelo_sounds/platform/Bundle.hpp>
+#include <vantelo_sounds/platform/Console.hpp>
+#include <vantelo_sounds/platform/FileURL.hpp>
+#include <vantelo_sounds/platform/RunLoop.hpp>
+#include <vantelo_sounds/platform/SpeechSynthesisVoice.hpp>
+#include <vector>
+
+#include "EventLog.hpp"
+
+namespace vantelo_sounds::cli {
+
+namespace {
+
+MicrophoneSignal& microphoneStore() {
+    static MicrophoneSignal signal;
+    return signal;
+}
+
+Duration now() {
+    return RunLoop::main().now();
+}
+
+const char* permissionWord(Scenario::RecordPermission permission) {
+    switch (permission) {
+    case Scenario::RecordPermission::denied:
+        return "denied";
+    case Scenario::RecordPermission::granted:
+        return "granted";
+    case Scenario::RecordPermission::undetermined:
+        break;
+    }
+    return "undetermined";
+}
+
+RecordPermission platformPermission(Scenario::RecordPermission permission) {
+    switch (permission) {
+    case Scenario::RecordPermission::denied:
+        return RecordPermission::denied;
+    case Scenario::RecordPermission::granted:
+        return RecordPermission::granted;
+    case Scenario::RecordPermission::undetermined:
+        break;
+    }
+    return RecordPermission::undetermined;
+}
+
+/// Everything the library reads at the manager's creation, and the microphone, as the scenario
+/// says. Runs before the manager is first used.
+void setUpPlatform(const Scenario& scenario) {
+    Bundle::main().setResourcePath(scenario.bundle);
+    if (scenario.localizations) {
+        Bundle::main().setLocalizations(*scenario.localizations);
+    }
+    SpeechSynthesisVoice::setAvailableLanguagesForTesting(scenario.voices);
+
+    // The scenario decides the permission; presetting it through the environment as well keeps
+    // a run from ever writing the user's stored answer.
+    ::setenv("VANTELO_SOUNDS_RECORD_PERMISSION", permissionWord(scenario.recordPermission), 1);
+    AudioSession& session = AudioSession::sharedInstance();
+    session.setRecordPermissionForTesting(platformPermission(scenario.recordPermission));
+    const bool answer = scenario.grantPermission;
+    session.setPermissionPrompt([answer] { return answer; });
+
+    // The recorder's capture source reads this signal once it records.
+    configureMicrophone(scenario.microphone);
+}
+
+/// Makes the step's call on the manager, at the step's moment.
+void perform(const ScenarioStep& step, EventLog& log) {
+    VTOSoundsManager& manager = VTOSoundsManager::shared();
+    const auto soundSettings = [&](const FileURL& url) {
+        return PlaySoundSettings(url, SoundsPanType::fromRawValue(static_cast<float>(step.pan)),
+                                 SoundsVolumeType::fromRawValue(static_cast<float>(step.volume)),
+                                 step.queued, step.loop);
+    };
+    const auto playWithTag = [&](const PlaySoundSettings& settings) {
+        if (step.tag) {
+            manager.play(settings, [&log, tag = *step.tag] { log.completion(now(), tag); });
+        } else {
+            manager.play(settings);
+        }
+    };
+    const std::string tag = step.tag.value_or("");
+
+    switch (step.action) {
+    case ScenarioStep::Action::play:
+        playWithTag(soundSettings(FileURL::fileURLWithPath(step.file)));
+        break;
+    case ScenarioStep::Action::playResource:
+        playWithTag(PlaySoundSettings::custom(
+            step.name, step.ext, step.loop,
+            SoundsVolumeType::fromRawValue(static_cast<float>(step.volume)),
+            SoundsPanType::fromRawValue(static_cast<float>(step.pan)), step.queued));
+        break;
+    case ScenarioStep::Action::stop:
+        manager.stop(soundSettings(FileURL::fileURLWithPath(step.file)));
+        break;
+    case ScenarioStep::Action::speak:
+        if (step.tag) {
+            manager.speak(step.text, [&log, tag](const std::string& text,
+                                                 const std::optional<std::error_code>& error) {
+                log.speechCompletion(now(), tag, text, error);
+            });
+        } else {
+            manager.speak(step.text);
+        }
+        break;
+    case ScenarioStep::Action::speakBritish:
+        manager.speakInBritishEnglish(step.text);
+        break;
+    case ScenarioStep::Action::shutup:
+        manager.shutup();
+        break;
+    case ScenarioStep::Action::instructions: {
+        std::vector<SoundInstruction> instructions;
+        instructions.reserve(step.list.size());
+        for (const auto& item : step.list) {
+            std::optional<FileURL> clip;
+            if (item.clip) {
+                clip = FileURL::fileURLWithPath(*item.clip);
+            }
+            instructions.emplace_back(item.text, clip);
+        }
+        manager.play(instructions);
+        break;
+    }
+    case ScenarioStep::Action::interruption:
+        AudioSession::sharedInstance().postInterruption(step.type, step.options);
+        break;
+    case ScenarioStep::Action::requestPermissions:
+        manager.requestPermissions(
+            [&log, tag, tagged = step.tag.has_value()](
+                const std::optional<bool>& granted, const std::optional<std::error_code>& error) {
+                if (tagged) {
+                    log.permissionCompletion(now(), tag, granted, error);
+                }
+            });
+        break;
+    case ScenarioStep::Action::startRecording:
+        manager.startRecording(step.maxDuration, [&log, tag, tagged = step.tag.has_value()](
+                                                     const std::optional<FileURL>& url,
+                                                     const std::optional<std::error_code>& error) {
+            if (tagged) {
+                log.recordingCompletion(
+                    now(), tag, url ? std::optional<std::string>(url->path()) : std::nullopt,
+                    error);
+            }
+        });
+        break;
+    case ScenarioStep::Action::stopRecording:
+        manager.stopRecording();
+        break;
+    }
+}
+
+/// Standard output carries the library's console lines and nothing else; each is also an event.
+class ConsoleCapture {
+public:
+    explicit ConsoleCapture(EventLog& log) {
+        Console::shared().setSink([&log](std::string_view line) {
+            std::fwrite(line.data(), 1, line.size(), stdout);
+            std::fputc('\n', stdout);
+            std::fflush(stdout);
+            log.console(now(), line);
+        });
+    }
+    ~ConsoleCapture() { Console::shared().setSink({}); }
+    ConsoleCapture(const ConsoleCapture&) = delete;
+    ConsoleCapture& operator=(const ConsoleCapture&) = delete;
+};
+
+} // namespace
+
+void configureMicrophone(const MicrophoneSignal& signal) {
+    microphoneStore() = signal;
+}
+
+const MicrophoneSignal& configuredMicrophone() {
+    return microphoneStore();
+}
+
+int runScenario(const Scenario& scenario, const RunOptions& options) {
+    // The events file is opened first so that an unwritable path fails before anything plays.
+    std::ofstream eventsFile;
+    if (options.eventsPath) {
+        eventsFile.open(*options.eventsPath, std::ios::out | std::ios::trunc | std::ios::binary);
+        if (!eventsFile) {
+            std::fprintf(stderr, "%s: cannot write the events file: %s\n",
+                         options.eventsPath->c_str(), std::strerror(errno));
+            return kExitFailed;
+        }
+    }
+
+    RunLoop& loop = options.realtime ? RunLoop::resetMain(std::make_shared<SteadyClock>())
+                                     : RunLoop::resetMainManual();
+    EventLog log;
+    ConsoleCapture console(log);
+    setUpPlatform(scenario);
+
+    // The manager is made now, at time 0, with the voices and the session the scenario set up.
+    VTOSoundsManager::shared();
+
+    // Timers with equal deadlines run in the order they were scheduled: file order.
+    for (const auto& step : scenario.steps) {
+        const Duration delay = std::max(Duration::zero(), seconds(step.at) - loop.now());
+        loop.scheduleTimer(delay, [&step, &log] { perform(step, log); });
+    }
+    const Duration end = seconds(scenario.duration);
+    if (options.realtime) {
+        loop.runUntil(end);
+    } else {
+        loop.advanceTo(end);
+    }
+
+    if (eventsFile.is_open()) {
+        log.write(eventsFile);
+        if (!eventsFile) {
+            std::fprintf(stderr, "%s: writing the events failed\n", options.eventsPath->c_str());
+            return kExitFailed;
+        }
+    }
+    return kExitOk;
+}
+
+} // namespace vantelo_sounds::cli
