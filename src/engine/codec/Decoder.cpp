@@ -129,6 +129,8 @@ struct Decoder::Impl {
 
     int inFormat = -1;
     int inRate = 0;
+    std::int64_t resampledIn = 0; // source frames fed to the current resampler
+    std::int64_t resampledOut = 0;
     AVChannelLayout inLayout{};
 
     std::vector<float> pending; // converted frames not yet handed out
@@ -178,14 +180,23 @@ struct Decoder::Impl {
         if (!resampler) {
             return;
         }
+        // The flush pads the filter's tail with silence; keep only what the input accounts for,
+        // so a resampled sound has exactly its length at the mix rate.
+        const std::int64_t expected =
+            av_rescale_rnd(resampledIn, kMixRate, inRate, AV_ROUND_NEAR_INF);
         for (;;) {
-            const int room = std::max(swr_get_out_samples(resampler.get(), 0), 0) + 256;
+            const std::int64_t left = expected - resampledOut;
+            if (left <= 0) {
+                break;
+            }
+            const int room = static_cast<int>(std::min<std::int64_t>(left, 4096));
             auto* out = reinterpret_cast<std::uint8_t*>(reserve(static_cast<std::size_t>(room)));
             const int n = swr_convert(resampler.get(), &out, room, nullptr, 0);
             if (n <= 0) {
                 break;
             }
             commit(static_cast<std::size_t>(n));
+            resampledOut += n;
         }
     }
 
@@ -231,7 +242,13 @@ struct Decoder::Impl {
             return false;
         }
         resampler = std::move(swr);
-        inLayout = layout;
+        resampledIn = 0;
+        resampledOut = 0;
+        // Remember the frame's own layout (often "unspecified") to notice real changes.
+        av_channel_layout_uninit(&layout);
+        if (av_channel_layout_copy(&inLayout, &in->ch_layout) < 0) {
+            inLayout = AVChannelLayout{};
+        }
         inFormat = in->format;
         inRate = in->sample_rate;
         return true;
@@ -254,6 +271,8 @@ struct Decoder::Impl {
             return;
         }
         commit(static_cast<std::size_t>(n));
+        resampledIn += in->nb_samples;
+        resampledOut += n;
     }
 
     void onError(std::string why) {
@@ -394,8 +413,19 @@ OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
     impl->format.reset(context);
     impl->info.container = probed->name;
 
-    int stream = av_find_best_stream(context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-    if (stream >= 0 && !parametersKnown(context->streams[stream])) {
+    // av_find_best_stream skips audio streams whose rate or channels are not known yet.
+    int stream = -1;
+    bool known = false;
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        if (context->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+            stream = static_cast<int>(i);
+            known = parametersKnown(context->streams[i]);
+            if (known) {
+                break;
+            }
+        }
+    }
+    if (stream >= 0 && !known) {
         // Only some containers (mp3, adts) leave the parameters to a look at the first frames.
         rc = avformat_find_stream_info(context, nullptr);
         if (rc < 0) {
