@@ -120,7 +120,7 @@ void AudioSession::resetSharedForTesting() {
     session.mCategoryRefusal.reset();
     session.mActiveRefusal.reset();
     session.mPermission = RecordPermission::undetermined;
-    session.mPermissionPreset = permissionFromEnvironment().has_value();
+    session.mPersistPermission = false;
     session.mPrompt = nullptr;
 }
 
@@ -183,10 +183,11 @@ void AudioSession::loadPermissionLocked() {
     }
     if (auto preset = permissionFromEnvironment()) {
         mPermission = preset;
-        mPermissionPreset = true;
+        mPersistPermission = false; // the environment decides; nothing is written
         return;
     }
     mPermission = RecordPermission::undetermined;
+    mPersistPermission = true;
     if (auto file = permissionFile()) {
         std::ifstream in(*file);
         std::string word;
@@ -226,12 +227,12 @@ void AudioSession::requestRecordPermission(std::function<void(bool granted)> res
     loadPermissionLocked();
     if (*mPermission == RecordPermission::undetermined) {
         const std::function<bool()> prompt = mPrompt ? mPrompt : askOnTerminal;
-        const bool preset = mPermissionPreset;
+        const bool persist = mPersistPermission;
         lock.unlock(); // the prompt may take as long as the user likes
         const bool answer = prompt();
         const RecordPermission permission =
             answer ? RecordPermission::granted : RecordPermission::denied;
-        if (!preset) {
+        if (persist) {
             storePermission(permission);
         }
         lock.lock();
@@ -252,6 +253,11 @@ void AudioSession::setPermissionPrompt(std::function<bool()> prompt) {
 void AudioSession::setRecordPermissionForTesting(RecordPermission permission) {
     std::lock_guard lock(mMutex);
     mPermission = permission;
+}
+
+void AudioSession::reloadRecordPermission() {
+    std::lock_guard lock(mMutex);
+    mPermission.reset();
 }
 
 void AudioSession::postInterruption(std::uint64_t type, std::optional<std::uint64_t> options) {

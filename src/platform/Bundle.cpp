@@ -206,13 +206,10 @@ std::string Bundle::localizedString(const std::string& key, const std::string& v
 
 void Bundle::setLocalizations(std::map<std::string, std::string> strings) {
     std::lock_guard lock(mMutex);
-    mLocalizations = std::move(strings);
+    mTables[kDefaultTable] = std::move(strings);
 }
 
 const std::map<std::string, std::string>& Bundle::tableLocked(const std::string& name) {
-    if (name == kDefaultTable && mLocalizations) {
-        return *mLocalizations;
-    }
     if (auto it = mTables.find(name); it != mTables.end()) {
         return it->second;
     }

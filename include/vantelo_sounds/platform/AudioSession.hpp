@@ -72,7 +72,8 @@ class AudioSession {
 public:
     static AudioSession& sharedInstance();
     /// Tests only: fresh state (soloAmbient, default mode, no options, inactive), no refusals,
-    /// permission undetermined, the default prompt.
+    /// permission undetermined and kept in memory only (nothing stored until
+    /// reloadRecordPermission), the default prompt.
     static void resetSharedForTesting();
 
     /// Sets category, mode and options together. A refused call changes nothing.
@@ -106,6 +107,9 @@ public:
     void setPermissionPrompt(std::function<bool()> prompt);
     /// Tests only: sets the answer without asking or storing it.
     void setRecordPermissionForTesting(RecordPermission permission);
+    /// Forgets the answer in memory: the next read takes it again from the environment or the
+    /// application's file, and later answers are stored there (unless the environment set it).
+    void reloadRecordPermission();
 
     // ---- interruptions ----------------------------------------------------------------------
 
@@ -131,7 +135,7 @@ private:
     std::optional<std::error_code> mCategoryRefusal;
     std::optional<std::error_code> mActiveRefusal;
     std::optional<RecordPermission> mPermission; // empty until loaded
-    bool mPermissionPreset = false;              // set by the environment: never written
+    bool mPersistPermission = false;             // answers are written to the file
     std::function<bool()> mPrompt;
 };
 

@@ -18,8 +18,8 @@ class Bundle {
 public:
     static Bundle& main();
 
-    /// Makes `path` (made absolute) the resource folder and forgets the strings read from the old
-    /// one; strings given to setLocalizations stay.
+    /// Makes `path` (made absolute) the resource folder and forgets every string table, those
+    /// given to setLocalizations too.
     void setResourcePath(const std::string& path);
     std::string resourcePath();
 
@@ -33,8 +33,8 @@ public:
     std::string localizedString(const std::string& key, const std::string& value = "",
                                 const std::string& table = "");
 
-    /// Replaces the default table's strings (a game's or a scenario's own localizations); they
-    /// win over the file from then on.
+    /// Replaces the default table's strings (a game's or a scenario's own localizations) until
+    /// the resource folder changes; the file is then no longer read.
     void setLocalizations(std::map<std::string, std::string> strings);
 
     /// Parses the text of a .strings file: `"key" = "value";` pairs, // and /* */ comments,
@@ -47,8 +47,7 @@ private:
 
     std::mutex mMutex;
     std::optional<std::string> mResourcePath;
-    std::map<std::string, std::map<std::string, std::string>> mTables; // read from files
-    std::optional<std::map<std::string, std::string>> mLocalizations;
+    std::map<std::string, std::map<std::string, std::string>> mTables; // by table name
 };
 
 } // namespace vantelo_sounds
