@@ -22,6 +22,9 @@
 #include <vector>
 
 #include "EventLog.hpp"
+#include "PlaybackEvents.hpp"
+#include "engine/output/ManualOutput.hpp"
+#include "platform/AudioSystem.hpp"
 
 namespace vantelo_sounds::cli {
 
@@ -185,6 +188,18 @@ public:
     ConsoleCapture& operator=(const ConsoleCapture&) = delete;
 };
 
+OutputConfig outputFor(const RunOptions& options) {
+    if (!options.realtime) {
+        return OutputConfig{OutputConfig::Kind::manual, options.renderPath.value_or("")};
+    }
+    if (options.renderPath) {
+        std::fprintf(stderr, "vantelo-sounds: --render is not written in a --realtime run yet "
+                             "(the device's mix is not captured); run offline to render\n");
+    }
+    // The sound device when one opens, else the null output (the platform says which).
+    return OutputConfig::fromEnvironment();
+}
+
 } // namespace
 
 void configureMicrophone(const MicrophoneSignal& signal) {
@@ -209,8 +224,15 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
 
     RunLoop& loop = options.realtime ? RunLoop::resetMain(std::make_shared<SteadyClock>())
                                      : RunLoop::resetMainManual();
+    AudioSystem& audio = AudioSystem::reset(outputFor(options));
+    if (options.renderPath && !options.realtime && audio.engine().manualOutput() == nullptr) {
+        std::fprintf(stderr, "%s: cannot write the render: %s\n", options.renderPath->c_str(),
+                     audio.engine().startError().c_str());
+        return kExitFailed;
+    }
     EventLog log;
     ConsoleCapture console(log);
+    PlaybackEvents playback(log);
     setUpPlatform(scenario);
 
     // The manager is made now, at time 0, with the voices and the session the scenario set up.
@@ -228,6 +250,13 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
         loop.advanceTo(end);
     }
 
+    if (engine::ManualOutput* output = audio.engine().manualOutput()) {
+        output->stop(); // completes the WAV file's header
+        if (!output->wavOk()) {
+            std::fprintf(stderr, "%s: writing the render failed\n", options.renderPath->c_str());
+            return kExitFailed;
+        }
+    }
     if (eventsFile.is_open()) {
         log.write(eventsFile);
         if (!eventsFile) {
