@@ -121,7 +121,8 @@ struct Decoder::Impl {
     FileDescriptor file;
     ffmpeg::IoContextPtr io;
     ffmpeg::InputContextPtr format;
-    ffmpeg::CodecContextPtr codec;
+    const AVCodec* decoder = nullptr;
+    ffmpeg::CodecContextPtr codec; // opened by the first step()
     ffmpeg::SwrPtr resampler;
     ffmpeg::FramePtr frame;
     ffmpeg::PacketPtr packet;
@@ -282,9 +283,36 @@ struct Decoder::Impl {
         }
     }
 
+    bool openCodec() {
+        const AVStream* audio = format->streams[streamIndex];
+        codec.reset(avcodec_alloc_context3(decoder));
+        frame.reset(av_frame_alloc());
+        packet.reset(av_packet_alloc());
+        if (!codec || !frame || !packet) {
+            fail("out of memory");
+            return false;
+        }
+        FfmpegLog::reset();
+        int rc = avcodec_parameters_to_context(codec.get(), audio->codecpar);
+        if (rc >= 0) {
+            codec->pkt_timebase = audio->time_base;
+            rc = avcodec_open2(codec.get(), decoder, nullptr);
+        }
+        if (rc < 0) {
+            fail("cannot open the decoder: " + ffmpegDetail(rc));
+            codec.reset();
+            return false;
+        }
+        return true;
+    }
+
     // Moves the decoder one step on: a frame converted, a packet fed, or the end reached.
     void step() {
         if (decoderDrained) {
+            ended = true;
+            return;
+        }
+        if (!codec && !openCodec()) {
             ended = true;
             return;
         }
@@ -468,23 +496,9 @@ OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
                          "Invalid channel count " + std::to_string(channels)};
     }
 
-    impl->codec.reset(avcodec_alloc_context3(decoder));
-    if (!impl->codec) {
-        return OpenError{OpenErrorKind::notReadable, "Out of memory"};
-    }
-    rc = avcodec_parameters_to_context(impl->codec.get(), params);
-    if (rc >= 0) {
-        impl->codec->pkt_timebase = audio->time_base;
-        rc = avcodec_open2(impl->codec.get(), decoder, nullptr);
-    }
-    if (rc < 0) {
-        return OpenError{OpenErrorKind::corrupt, ffmpegDetail(rc)};
-    }
-    impl->frame.reset(av_frame_alloc());
-    impl->packet.reset(av_packet_alloc());
-    if (!impl->frame || !impl->packet) {
-        return OpenError{OpenErrorKind::notReadable, "Out of memory"};
-    }
+    // The codec itself is opened by the first decodeInto: its state (hundreds of KB for AAC)
+    // is made on the thread that decodes, not on the one that asked for the sound.
+    impl->decoder = decoder;
 
     SoundInfo& info = impl->info;
     info.channels = channels == 1 ? 1 : 2;

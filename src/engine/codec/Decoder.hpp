@@ -23,7 +23,8 @@ public:
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
 
-    /// Opens and probes `path`; decodes nothing yet. Cheap (a stat, a probe, the header).
+    /// Opens and probes `path`; decodes nothing yet. Cheap (a stat, a probe, the header): the
+    /// codec is opened by the first decodeInto(), where a failure to open it shows as failed().
     static OpenResult<std::unique_ptr<Decoder>> open(const std::string& path);
 
     const SoundInfo& info() const noexcept;
