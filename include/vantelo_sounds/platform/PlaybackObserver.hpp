@@ -1,0 +1,31 @@
+#pragma once
+
+#include <vantelo_sounds/platform/Clock.hpp>
+
+namespace vantelo_sounds {
+
+class AudioPlayer;
+
+/// Watches every player of the process start and end (the command-line program's event log,
+/// tests). Called on the run loop's thread; must not destroy the player it is told about.
+class PlaybackObserver {
+public:
+    enum class EndReason {
+        finished, ///< the sound ended by itself (its source failing part-way included)
+        stopped,  ///< stop(), or the player went away while playing
+    };
+
+    virtual ~PlaybackObserver() = default;
+    /// `player` started (or resumed) sounding at `at`, the loop time of its first frame.
+    virtual void playerStarted(const AudioPlayer& player, Duration at) = 0;
+    /// `player` ended. `at` is the loop time just after its last sounding frame for a natural end,
+    /// and the time of the stop() call for a stop (the few-millisecond fade follows it).
+    virtual void playerEnded(const AudioPlayer& player, EndReason reason, Duration at) = 0;
+};
+
+/// Sets the process's observer (nullptr: none). Not owned. Set it on the run loop's thread.
+void setPlaybackObserver(PlaybackObserver* observer) noexcept;
+/// The observer set last, or nullptr.
+PlaybackObserver* playbackObserver() noexcept;
+
+} // namespace vantelo_sounds

@@ -1,0 +1,235 @@
+#include "engine/Engine.hpp"
+
+#include <algorithm>
+#include <thread>
+
+#include "engine/output/ManualOutput.hpp"
+#include "engine/output/NullOutput.hpp"
+#include "engine/sound/SoundData.hpp"
+
+namespace vantelo_sounds::engine {
+
+namespace {
+
+// How long a manual render waits for a decoder or synthesizer that has fallen behind before it
+// lets the voice wait silently instead.
+constexpr auto kSourceWaitLimit = std::chrono::seconds(10);
+constexpr auto kMaxReopenDelay = std::chrono::milliseconds(30000);
+
+} // namespace
+
+Engine::Engine(std::unique_ptr<Output> output, std::size_t voices, std::size_t cacheBytes)
+    : mMixer(voices)
+    , mOutput(std::move(output))
+    , mCache(std::make_unique<SoundCache>(cacheBytes))
+    , mSlots(voices) {
+    if (!mOutput) {
+        mOutput = std::make_unique<NullOutput>();
+    }
+    if (!mOutput->start(mMixer, mStartError)) {
+        if (mStartError.empty()) {
+            mStartError = "cannot start";
+        }
+        mFallback = std::make_unique<NullOutput>();
+        std::string ignored;
+        mFallback->start(mMixer, ignored);
+        mNextReopen = std::chrono::steady_clock::now() + mReopenDelay;
+    }
+}
+
+Engine::~Engine() {
+    if (mFallback) {
+        mFallback->stop();
+    }
+    mOutput->stop();
+    // Voices still holding sound data release it here, after no thread renders any more.
+}
+
+OpenResult<std::shared_ptr<const SoundData>> Engine::load(const std::string& path) {
+    return mCache->load(path);
+}
+
+Engine::Slot* Engine::slotFor(VoiceHandle voice) noexcept {
+    if (voice.slot >= mSlots.size() || !voice.valid()) {
+        return nullptr;
+    }
+    Slot& slot = mSlots[voice.slot];
+    return slot.busy && slot.generation == voice.generation ? &slot : nullptr;
+}
+
+const Engine::Slot* Engine::slotFor(VoiceHandle voice) const noexcept {
+    return const_cast<Engine*>(this)->slotFor(voice);
+}
+
+bool Engine::send(MixerCommand::Kind kind, VoiceHandle voice, std::uint64_t frame,
+                  VoiceParams params) {
+    MixerCommand command;
+    command.kind = kind;
+    command.voice = voice;
+    command.frame = frame;
+    command.params = params.sanitized();
+    return mMixer.send(command);
+}
+
+std::optional<VoiceHandle> Engine::start(std::shared_ptr<const SoundData> data, VoiceParams params,
+                                         std::uint64_t frame) {
+    if (!data || mInUse == mSlots.size()) {
+        return std::nullopt;
+    }
+    // Round-robin from the last slot handed out, so a slot just released is reused last.
+    std::size_t index = mNextSlot;
+    while (mSlots[index].busy) {
+        index = (index + 1) % mSlots.size();
+    }
+    Slot& slot = mSlots[index];
+    const VoiceHandle voice{static_cast<std::uint32_t>(index), slot.generation + 1};
+    MixerCommand command;
+    command.kind = MixerCommand::Kind::start;
+    command.voice = voice;
+    command.frame = frame;
+    command.params = params.sanitized();
+    command.data = data.get();
+    if (!mMixer.send(command)) {
+        return std::nullopt;
+    }
+    slot.generation = voice.generation;
+    slot.data = std::move(data);
+    slot.busy = true;
+    slot.stopped = false;
+    slot.paused = false;
+    ++mInUse;
+    mNextSlot = (index + 1) % mSlots.size();
+    return voice;
+}
+
+void Engine::stop(VoiceHandle voice, std::uint64_t frame) {
+    Slot* slot = slotFor(voice);
+    if (slot == nullptr || slot->stopped) {
+        return;
+    }
+    // A stop that cannot be queued would leave a voice nobody can end: retry is not possible on
+    // the control thread without waiting, and the queue holds a thousand commands, so the only
+    // way here is a caller flooding it; the voice then plays on and ends by itself.
+    if (send(MixerCommand::Kind::stop, voice, frame)) {
+        slot->stopped = true;
+    }
+}
+
+void Engine::pause(VoiceHandle voice, std::uint64_t frame) {
+    Slot* slot = slotFor(voice);
+    if (slot != nullptr && !slot->stopped && !slot->paused &&
+        send(MixerCommand::Kind::pause, voice, frame)) {
+        slot->paused = true;
+    }
+}
+
+void Engine::resume(VoiceHandle voice, std::uint64_t frame) {
+    Slot* slot = slotFor(voice);
+    if (slot != nullptr && !slot->stopped && slot->paused &&
+        send(MixerCommand::Kind::resume, voice, frame)) {
+        slot->paused = false;
+    }
+}
+
+void Engine::setParams(VoiceHandle voice, VoiceParams params, std::uint64_t frame) {
+    Slot* slot = slotFor(voice);
+    if (slot != nullptr && !slot->stopped) {
+        send(MixerCommand::Kind::setParams, voice, frame, params);
+    }
+}
+
+bool Engine::isActive(VoiceHandle voice) const noexcept {
+    const Slot* slot = slotFor(voice);
+    return slot != nullptr && !slot->stopped && !slot->paused &&
+           mMixer.voiceState(voice) != Mixer::VoiceState::ended;
+}
+
+void Engine::release(VoiceHandle voice) noexcept {
+    Slot* slot = slotFor(voice);
+    if (slot == nullptr) {
+        return;
+    }
+    slot->data.reset();
+    slot->busy = false;
+    --mInUse;
+}
+
+ManualOutput* Engine::manualOutput() noexcept {
+    return isManual() ? static_cast<ManualOutput*>(mOutput.get()) : nullptr;
+}
+
+void Engine::waitForSources(std::size_t frames) {
+    const auto deadline = std::chrono::steady_clock::now() + kSourceWaitLimit;
+    for (std::size_t index = 0; index < mSlots.size(); ++index) {
+        const Slot& slot = mSlots[index];
+        if (!slot.busy || slot.stopped || slot.paused) {
+            continue;
+        }
+        const VoiceHandle voice{static_cast<std::uint32_t>(index), slot.generation};
+        const std::size_t need =
+            std::min(mMixer.voicePosition(voice) + frames, slot.data->maxFrames());
+        while (!slot.data->isComplete() && slot.data->availableFrames() < need &&
+               std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+    }
+}
+
+std::uint64_t Engine::renderUntil(std::uint64_t frame) {
+    ManualOutput* output = manualOutput();
+    if (output == nullptr) {
+        return renderedFrame();
+    }
+    while (renderedFrame() < frame) {
+        const auto want = static_cast<std::size_t>(
+            std::min<std::uint64_t>(frame - renderedFrame(), ManualOutput::kBlockFrames));
+        waitForSources(want);
+        const std::uint64_t endsBefore = mMixer.endsEmitted();
+        output->render(want);
+        if (mMixer.endsEmitted() != endsBefore) {
+            break;
+        }
+    }
+    return renderedFrame();
+}
+
+Engine::OutputChange Engine::pollOutput() {
+    if (isManual()) {
+        return OutputChange::none;
+    }
+    if (!mFallback) {
+        if (!mOutput->lost()) {
+            return OutputChange::none;
+        }
+        mOutput->stop();
+        mFallback = std::make_unique<NullOutput>();
+        std::string ignored;
+        mFallback->start(mMixer, ignored);
+        mReopenDelay = std::chrono::milliseconds(1000);
+        mNextReopen = std::chrono::steady_clock::now() + mReopenDelay;
+        return OutputChange::lost;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (now < mNextReopen) {
+        return OutputChange::none;
+    }
+    // Only one output may render the mixer: the null one stops while the device is tried.
+    mFallback->stop();
+    std::string error;
+    if (mOutput->start(mMixer, error)) {
+        mFallback.reset();
+        mStartError.clear();
+        return OutputChange::restored;
+    }
+    std::string ignored;
+    mFallback->start(mMixer, ignored);
+    mReopenDelay = std::min(mReopenDelay * 2, kMaxReopenDelay);
+    mNextReopen = now + mReopenDelay;
+    return OutputChange::none;
+}
+
+const char* Engine::outputName() const noexcept {
+    return mFallback ? mFallback->name() : mOutput->name();
+}
+
+} // namespace vantelo_sounds::engine

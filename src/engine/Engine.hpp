@@ -1,0 +1,128 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/cache/SoundCache.hpp"
+#include "engine/codec/OpenResult.hpp"
+#include "engine/mix/Mixer.hpp"
+#include "engine/mix/VoiceHandle.hpp"
+#include "engine/mix/VoiceParams.hpp"
+#include "engine/output/Output.hpp"
+#include "engine/rt/MixerCommand.hpp"
+#include "engine/rt/VoiceEnded.hpp"
+
+namespace vantelo_sounds::engine {
+
+class ManualOutput;
+class SoundData;
+
+/// The audio engine as the control thread sees it: a mixer, the output that renders it and the
+/// decoded-sound cache. Every member function is called on the control thread (one thread).
+///
+/// Voices are started from SoundData the engine keeps alive until their end has been taken with
+/// drainEvents(), so the audio thread never drops the last reference. Commands carry the mix
+/// frame at which they apply (MixerCommand::kNow: the next block), so that in manual time voices
+/// start and stop on exact frames.
+class Engine {
+public:
+    /// What happened to a real-time output, reported by pollOutput().
+    enum class OutputChange { none, lost, restored };
+
+    /// Takes the output and starts it. When it cannot start, the engine falls back to the null
+    /// output and startError() says why.
+    explicit Engine(std::unique_ptr<Output> output, std::size_t voices = Mixer::kDefaultVoices,
+                    std::size_t cacheBytes = std::size_t{256} << 20);
+    ~Engine();
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    /// The decoded sound of a file, from the cache (possibly still filling).
+    OpenResult<std::shared_ptr<const SoundData>> load(const std::string& path);
+    SoundCache& cache() noexcept { return *mCache; }
+
+    /// Starts a voice at mix frame `frame`. Empty when every voice is in use or the command queue
+    /// is full. `params` are sanitized here.
+    std::optional<VoiceHandle> start(std::shared_ptr<const SoundData> data, VoiceParams params,
+                                     std::uint64_t frame = MixerCommand::kNow);
+    /// Fades the voice out (a few ms) and ends it with reason `stopped`. Stale handles are ignored.
+    void stop(VoiceHandle voice, std::uint64_t frame = MixerCommand::kNow);
+    /// Fades out and holds the position; resume() fades back in from there.
+    void pause(VoiceHandle voice, std::uint64_t frame = MixerCommand::kNow);
+    void resume(VoiceHandle voice, std::uint64_t frame = MixerCommand::kNow);
+    /// Ramps to new pan and volume (the loop count of a started voice does not change).
+    void setParams(VoiceHandle voice, VoiceParams params, std::uint64_t frame = MixerCommand::kNow);
+
+    /// True while the voice sounds: started, not paused, not stopped, not ended (the audio
+    /// thread's end is seen at once, before its event is drained).
+    bool isActive(VoiceHandle voice) const noexcept;
+    /// Voices started whose end has not been drained yet.
+    std::size_t voicesInUse() const noexcept { return mInUse; }
+    std::size_t voiceCapacity() const noexcept { return mSlots.size(); }
+
+    /// Takes every "voice ended" event in order, releases the voice's sound data and slot, then
+    /// calls `handler(event)`. The handler may start, stop or drain again.
+    template <typename Handler>
+    void drainEvents(Handler&& handler) {
+        VoiceEnded event;
+        while (mMixer.pollEvent(event)) {
+            release(event.voice);
+            handler(event);
+        }
+    }
+
+    /// The mix frame of the next sample the output will render.
+    std::uint64_t renderedFrame() const noexcept { return mMixer.renderedFrames(); }
+    bool isManual() const noexcept { return mOutput && mOutput->isManual(); }
+    /// Manual output only: renders up to mix frame `frame`, stopping just after a frame on which
+    /// a voice ended. Before rendering, waits (bounded) for the sound data of playing voices to be
+    /// decoded far enough, so that renders do not depend on the decoder's speed. Returns the
+    /// frame reached.
+    std::uint64_t renderUntil(std::uint64_t frame);
+    ManualOutput* manualOutput() noexcept;
+
+    /// Real time: notices a lost device (falls back to the null output) and, from time to time,
+    /// tries to reopen it. Call it regularly on the control thread.
+    OutputChange pollOutput();
+    /// True while the null output stands in for an output that failed or was lost.
+    bool isFallingBack() const noexcept { return mFallback != nullptr; }
+    /// The output rendering now: "sdl", "null", "wav", "manual".
+    const char* outputName() const noexcept;
+    /// Why the output given to the constructor could not start (empty when it did).
+    const std::string& startError() const noexcept { return mStartError; }
+
+    Mixer& mixer() noexcept { return mMixer; }
+
+private:
+    struct Slot {
+        std::shared_ptr<const SoundData> data;
+        std::uint32_t generation = 0;
+        bool busy = false;
+        bool stopped = false;
+        bool paused = false;
+    };
+
+    Slot* slotFor(VoiceHandle voice) noexcept;
+    const Slot* slotFor(VoiceHandle voice) const noexcept;
+    void release(VoiceHandle voice) noexcept;
+    bool send(MixerCommand::Kind kind, VoiceHandle voice, std::uint64_t frame,
+              VoiceParams params = {});
+    void waitForSources(std::size_t frames);
+
+    Mixer mMixer;
+    std::unique_ptr<Output> mOutput;   // the chosen output (may be lost)
+    std::unique_ptr<Output> mFallback; // the null output while mOutput is lost or failed
+    std::unique_ptr<SoundCache> mCache;
+    std::vector<Slot> mSlots;
+    std::size_t mInUse = 0;
+    std::size_t mNextSlot = 0;
+    std::string mStartError;
+    std::chrono::steady_clock::time_point mNextReopen;
+    std::chrono::milliseconds mReopenDelay{1000};
+};
+
+} // namespace vantelo_sounds::engine

@@ -1,0 +1,10 @@
+#include "engine/output/NullOutput.hpp"
+
+namespace vantelo_sounds::engine {
+
+bool NullOutput::start(Mixer& mixer, std::string& /*error*/) {
+    mThread.start(mixer, true, nullptr);
+    return true;
+}
+
+} // namespace vantelo_sounds::engine

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace vantelo_sounds::engine {
+
+class Mixer;
+
+/// Where the mix goes. A real-time output pulls frames from the mixer on its own thread (the
+/// audio thread); the manual output renders only when asked. Only one output renders a mixer at a
+/// time. start(), stop() and lost() are called on the control thread.
+class Output {
+public:
+    virtual ~Output() = default;
+
+    /// A short name for messages: "sdl", "null", "wav", "manual".
+    virtual const char* name() const noexcept = 0;
+    /// Begins rendering `mixer`. On failure returns false and says why in `error`.
+    virtual bool start(Mixer& mixer, std::string& error) = 0;
+    /// Stops rendering; when it returns, the mixer is no longer called. Safe to call twice.
+    virtual void stop() noexcept = 0;
+    /// True when the output renders only on request (no thread, no device).
+    virtual bool isManual() const noexcept { return false; }
+    /// True once the device behind the output has gone away; the engine then falls back.
+    virtual bool lost() const noexcept { return false; }
+};
+
+} // namespace vantelo_sounds::engine

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <thread>
+#include <vector>
+
+namespace vantelo_sounds::engine {
+
+class Mixer;
+class WavWriter;
+
+/// A thread that renders a mixer block by block, paced by the steady clock (a block at a time,
+/// about one block ahead, as a device would ask) or, when not paced, as fast as it can while the
+/// mixer has something to play. Each block may go to a WAV file. The null and WAV outputs use it.
+class PacedRenderThread {
+public:
+    static constexpr std::size_t kBlockFrames = 1024;
+
+    PacedRenderThread() = default;
+    ~PacedRenderThread() { stop(); }
+    PacedRenderThread(const PacedRenderThread&) = delete;
+    PacedRenderThread& operator=(const PacedRenderThread&) = delete;
+
+    /// Starts the thread. `sink` (may be null) receives every block; it must outlive stop().
+    void start(Mixer& mixer, bool realTime, WavWriter* sink);
+    /// Joins the thread; the mixer is not called after it returns.
+    void stop() noexcept;
+    bool running() const noexcept { return mThread.joinable(); }
+
+private:
+    void run(Mixer& mixer, bool realTime, WavWriter* sink) noexcept;
+
+    std::thread mThread;
+    std::atomic<bool> mStop{false};
+};
+
+} // namespace vantelo_sounds::engine

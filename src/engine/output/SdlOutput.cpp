@@ -1,0 +1,92 @@
+#include "engine/output/SdlOutput.hpp"
+
+#include <SDL2/SDL.h>
+
+#include "engine/mix/Mixer.hpp"
+#include "engine/sound/SoundData.hpp"
+
+namespace vantelo_sounds::engine {
+
+namespace {
+
+// SDL's audio subsystem, counted by SDL itself: each owner inits once and quits once.
+struct AudioSubsystem {
+    bool ok = false;
+    AudioSubsystem() {
+        SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
+        ok = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
+    }
+    ~AudioSubsystem() {
+        if (ok) {
+            SDL_QuitSubSystem(SDL_INIT_AUDIO);
+        }
+    }
+    AudioSubsystem(const AudioSubsystem&) = delete;
+    AudioSubsystem& operator=(const AudioSubsystem&) = delete;
+};
+
+// Called on SDL's audio thread.
+void audioCallback(void* userdata, Uint8* stream, int length) noexcept {
+    auto* mixer = static_cast<Mixer*>(userdata);
+    const auto frames = static_cast<std::size_t>(length) / (2 * sizeof(float));
+    mixer->render(reinterpret_cast<float*>(stream), frames);
+}
+
+} // namespace
+
+struct SdlOutput::Device {
+    AudioSubsystem subsystem;
+    SDL_AudioDeviceID id = 0;
+
+    ~Device() {
+        if (id != 0) {
+            SDL_CloseAudioDevice(id); // waits for a callback in progress
+        }
+    }
+};
+
+SdlOutput::SdlOutput() = default;
+
+SdlOutput::~SdlOutput() {
+    stop();
+}
+
+bool SdlOutput::start(Mixer& mixer, std::string& error) {
+    stop();
+    auto device = std::make_unique<Device>();
+    if (!device->subsystem.ok) {
+        error = SDL_GetError();
+        return false;
+    }
+    SDL_AudioSpec want{};
+    want.freq = kMixRate;
+    want.format = AUDIO_F32SYS;
+    want.channels = 2;
+    want.samples = 1024;
+    want.callback = audioCallback;
+    want.userdata = &mixer;
+    SDL_AudioSpec have{};
+    device->id = SDL_OpenAudioDevice(nullptr, 0, &want, &have, 0);
+    if (device->id == 0) {
+        error = SDL_GetError();
+        return false;
+    }
+    SDL_PauseAudioDevice(device->id, 0);
+    mDevice = std::move(device);
+    return true;
+}
+
+void SdlOutput::stop() noexcept {
+    mDevice.reset();
+}
+
+bool SdlOutput::lost() const noexcept {
+    return mDevice && SDL_GetAudioDeviceStatus(mDevice->id) == SDL_AUDIO_STOPPED;
+}
+
+std::string SdlOutput::driver() const {
+    const char* name = mDevice ? SDL_GetCurrentAudioDriver() : nullptr;
+    return name != nullptr ? name : "";
+}
+
+} // namespace vantelo_sounds::engine

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "engine/WavWriter.hpp"
+#include "engine/output/Output.hpp"
+#include "engine/output/PacedRenderThread.hpp"
+
+namespace vantelo_sounds::engine {
+
+/// Writes the mix to a WAV file (48 kHz, stereo, 32-bit float) on its own thread: in real time,
+/// like a device, or as fast as it can while something plays (the silence between sounds is then
+/// left out). The file's header is completed by stop().
+class WavFileOutput final : public Output {
+public:
+    WavFileOutput(std::string path, bool realTime);
+    ~WavFileOutput() override { stop(); }
+
+    const char* name() const noexcept override { return "wav"; }
+    bool start(Mixer& mixer, std::string& error) override;
+    void stop() noexcept override;
+
+private:
+    std::string mPath;
+    bool mRealTime;
+    WavWriter mWriter;
+    PacedRenderThread mThread;
+};
+
+} // namespace vantelo_sounds::engine

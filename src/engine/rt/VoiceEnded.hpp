@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+
+#include "engine/mix/VoiceHandle.hpp"
+
+namespace vantelo_sounds::engine {
+
+/// Reported by the audio thread when a voice has gone silent for good.
+struct VoiceEnded {
+    enum class Reason : std::uint8_t {
+        finished, ///< played all its passes
+        stopped,  ///< a stop command, after its fade
+        failed,   ///< its source ended in an error; what there was has played
+    };
+
+    VoiceHandle voice;
+    /// The first mix frame after the voice's last sounding frame.
+    std::uint64_t frame = 0;
+    Reason reason = Reason::finished;
+};
+
+} // namespace vantelo_sounds::engine

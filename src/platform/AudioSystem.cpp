@@ -1,0 +1,243 @@
+#include "platform/AudioSystem.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <vantelo_sounds/platform/AudioSession.hpp>
+
+#include "engine/output/ManualOutput.hpp"
+#include "engine/output/NullOutput.hpp"
+#include "engine/output/SdlOutput.hpp"
+#include "engine/output/WavFileOutput.hpp"
+
+namespace vantelo_sounds {
+
+namespace {
+
+std::mutex gSharedMutex;
+std::shared_ptr<AudioSystem> gShared;
+
+// Real time: how often the loop must drain ends while voices play, and look for a device to come
+// back while the null output stands in for it.
+constexpr Duration kVoicePoll = std::chrono::milliseconds(5);
+constexpr Duration kDevicePoll = std::chrono::seconds(1);
+
+// Past this (about three years) a target time is clamped, so frame arithmetic cannot overflow.
+constexpr Duration::rep kMaxTime = Duration::rep{100'000'000'000'000'000};
+
+void warn(const std::string& text) {
+    std::fprintf(stderr, "vantelo_sounds: %s\n", text.c_str());
+    std::fflush(stderr);
+}
+
+std::unique_ptr<engine::Output> makeOutput(const RunLoop& loop, const OutputConfig& config) {
+    using Kind = OutputConfig::Kind;
+    if (loop.isManual()) {
+        // A manual clock drives the mix itself: nothing else can follow it.
+        const bool toFile = config.kind == Kind::manual || config.kind == Kind::wav;
+        return std::make_unique<engine::ManualOutput>(toFile ? config.wavPath : std::string());
+    }
+    switch (config.kind) {
+    case Kind::null:
+        return std::make_unique<engine::NullOutput>();
+    case Kind::wav:
+        return std::make_unique<engine::WavFileOutput>(config.wavPath, true);
+    case Kind::manual:
+        warn("the manual output needs a manual run loop; playing on the null output");
+        return std::make_unique<engine::NullOutput>();
+    case Kind::automatic:
+    case Kind::sdl:
+        break;
+    }
+    return std::make_unique<engine::SdlOutput>();
+}
+
+} // namespace
+
+OutputConfig OutputConfig::fromEnvironment() {
+    OutputConfig config;
+    const char* value = std::getenv("VANTELO_SOUNDS_OUTPUT");
+    if (value == nullptr) {
+        return config;
+    }
+    const std::string text = value;
+    if (text == "sdl") {
+        config.kind = Kind::sdl;
+    } else if (text == "null") {
+        config.kind = Kind::null;
+    } else if (text == "manual") {
+        config.kind = Kind::manual;
+    } else if (text.rfind("wav:", 0) == 0 && text.size() > 4) {
+        config.kind = Kind::wav;
+        config.wavPath = text.substr(4);
+    } else if (!text.empty()) {
+        warn("VANTELO_SOUNDS_OUTPUT=" + text +
+             " is not one of sdl, null, wav:PATH, manual; choosing automatically");
+    }
+    return config;
+}
+
+std::shared_ptr<AudioSystem> AudioSystem::sharedPointer() {
+    std::lock_guard lock(gSharedMutex);
+    RunLoop& loop = RunLoop::main();
+    if (!gShared || &gShared->runLoop() != &loop) {
+        gShared = std::make_shared<AudioSystem>(loop, OutputConfig::fromEnvironment());
+    }
+    return gShared;
+}
+
+AudioSystem& AudioSystem::shared() {
+    return *sharedPointer();
+}
+
+AudioSystem& AudioSystem::reset(OutputConfig config) {
+    std::shared_ptr<AudioSystem> old;
+    std::lock_guard lock(gSharedMutex);
+    old = std::move(gShared); // released after the new one is in place
+    gShared = std::make_shared<AudioSystem>(RunLoop::main(), std::move(config));
+    return *gShared;
+}
+
+AudioSystem::AudioSystem(RunLoop& loop, OutputConfig config)
+    : mLoop(loop) {
+    auto output = makeOutput(loop, config);
+    const std::string wanted = output->name();
+    mEngine = std::make_unique<engine::Engine>(std::move(output));
+    mVoices.resize(mEngine->voiceCapacity());
+    if (!mEngine->startError().empty()) {
+        if (wanted == "sdl") {
+            warn("no sound device (" + mEngine->startError() + "); playing on the null output");
+        } else {
+            warn("cannot play on the " + wanted + " output (" + mEngine->startError() +
+                 "); playing on the null output");
+        }
+    }
+    mLoop.addSource(this);
+}
+
+AudioSystem::~AudioSystem() {
+    mLoop.removeSource(this);
+    mEngine.reset();
+}
+
+std::uint64_t AudioSystem::frameOfTime(Duration time) noexcept {
+    const Duration::rep ns = std::clamp<Duration::rep>(time.count(), 0, kMaxTime);
+    // frames = ns * 48000 / 1e9 = ns * 3 / 62500, rounded to the nearest frame.
+    return static_cast<std::uint64_t>((ns * 3 + 31250) / 62500);
+}
+
+Duration AudioSystem::timeOfFrame(std::uint64_t frame) noexcept {
+    return Duration(static_cast<Duration::rep>((frame * 62500 + 1) / 3));
+}
+
+std::uint64_t AudioSystem::currentFrame() const noexcept {
+    return mLoop.isManual() ? frameOfTime(mLoop.now()) : mEngine->renderedFrame();
+}
+
+std::uint64_t AudioSystem::commandFrame() const noexcept {
+    // In real time the device renders ahead of the clock: a change applies at the next block.
+    return mLoop.isManual() ? frameOfTime(mLoop.now()) : engine::MixerCommand::kNow;
+}
+
+Duration AudioSystem::timeOfEnd(std::uint64_t frame) const noexcept {
+    return mLoop.isManual() ? timeOfFrame(frame) : mLoop.now();
+}
+
+std::optional<engine::VoiceHandle>
+AudioSystem::startVoice(std::shared_ptr<const engine::SoundData> data, engine::VoiceParams params,
+                        EndHandler onEnd, std::shared_ptr<const void> keepAlive) {
+    auto voice = mEngine->start(std::move(data), params, commandFrame());
+    if (voice) {
+        VoiceRecord& record = mVoices[voice->slot];
+        record.generation = voice->generation;
+        record.onEnd = std::move(onEnd);
+        record.keepAlive = std::move(keepAlive);
+        mLoop.wake();
+    }
+    return voice;
+}
+
+void AudioSystem::setKeepAlive(engine::VoiceHandle voice, std::shared_ptr<const void> keepAlive) {
+    if (voice.slot < mVoices.size() && mVoices[voice.slot].generation == voice.generation &&
+        mVoices[voice.slot].onEnd) {
+        mVoices[voice.slot].keepAlive = std::move(keepAlive);
+    }
+}
+
+void AudioSystem::stopVoice(engine::VoiceHandle voice) {
+    mEngine->stop(voice, commandFrame());
+}
+
+void AudioSystem::pauseVoice(engine::VoiceHandle voice) {
+    mEngine->pause(voice, commandFrame());
+}
+
+void AudioSystem::resumeVoice(engine::VoiceHandle voice) {
+    mEngine->resume(voice, commandFrame());
+}
+
+void AudioSystem::setVoiceParams(engine::VoiceHandle voice, engine::VoiceParams params) {
+    mEngine->setParams(voice, params, commandFrame());
+}
+
+bool AudioSystem::isVoiceActive(engine::VoiceHandle voice) const noexcept {
+    return mEngine->isActive(voice);
+}
+
+Duration AudioSystem::advanceTo(Duration target) {
+    if (!mLoop.isManual()) {
+        return target;
+    }
+    const std::uint64_t frame = frameOfTime(target);
+    const std::uint64_t reached = mEngine->renderUntil(frame);
+    return reached >= frame ? target : timeOfFrame(reached);
+}
+
+void AudioSystem::dispatch() {
+    if (!mLoop.isManual()) {
+        switch (mEngine->pollOutput()) {
+        case engine::Engine::OutputChange::lost:
+            warn("the sound device was lost; playing on the null output until it returns");
+            AudioSession::sharedInstance().postInterruption(kAudioSessionInterruptionTypeBegan,
+                                                            std::nullopt);
+            break;
+        case engine::Engine::OutputChange::restored:
+            warn(std::string("playing on the ") + mEngine->outputName() + " output again");
+            AudioSession::sharedInstance().postInterruption(
+                kAudioSessionInterruptionTypeEnded, kAudioSessionInterruptionOptionShouldResume);
+            break;
+        case engine::Engine::OutputChange::none:
+            break;
+        }
+    }
+    mEngine->drainEvents([this](const engine::VoiceEnded& event) {
+        VoiceRecord& record = mVoices[event.voice.slot];
+        if (record.generation != event.voice.generation || !record.onEnd) {
+            return;
+        }
+        // Moved out first: the handler may start a voice that reuses this very slot.
+        EndHandler onEnd = std::move(record.onEnd);
+        std::shared_ptr<const void> keepAlive = std::move(record.keepAlive);
+        record.onEnd = nullptr;
+        onEnd(event, timeOfEnd(event.frame));
+    });
+}
+
+std::optional<Duration> AudioSystem::pollInterval() const {
+    if (mLoop.isManual()) {
+        return std::nullopt;
+    }
+    if (mEngine->voicesInUse() > 0) {
+        return kVoicePoll;
+    }
+    if (mEngine->isFallingBack()) {
+        return kDevicePoll; // to notice a device coming back
+    }
+    return std::nullopt;
+}
+
+bool AudioSystem::isBusy() const {
+    return mLoop.isManual() && mEngine->voicesInUse() > 0;
+}
+
+} // namespace vantelo_sounds

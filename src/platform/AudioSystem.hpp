@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vantelo_sounds/platform/RunLoop.hpp>
+#include <vector>
+
+#include "engine/Engine.hpp"
+
+namespace vantelo_sounds {
+
+/// Which output the process's audio system plays on.
+struct OutputConfig {
+    enum class Kind {
+        automatic, ///< the sound device when one opens, else the null output
+        sdl,       ///< the sound device (the null output while it cannot open)
+        null,      ///< real time, no sound
+        wav,       ///< real time, into `wavPath`
+        manual,    ///< rendered as a manual run loop advances, optionally into `wavPath`
+    };
+    Kind kind = Kind::automatic;
+    std::string wavPath;
+
+    /// From VANTELO_SOUNDS_OUTPUT ("sdl", "null", "wav:PATH", "manual"); automatic when unset or
+    /// not understood.
+    static OutputConfig fromEnvironment();
+};
+
+/// The process's one audio engine, adapted to the platform: it lives on a run loop, as one of its
+/// sources. In manual time it renders the mix as the loop's clock advances (stopping on the exact
+/// frame where a voice ends, so that its end is delivered before time goes on); in real time it
+/// delivers ends on every pass and asks to be polled every few milliseconds while voices play.
+/// Used on the run loop's thread.
+class AudioSystem final : public RunLoopSource {
+public:
+    /// Called on the run loop's thread when a voice ended; `at` is the time of the first frame
+    /// after its last sounding frame.
+    using EndHandler = std::function<void(const engine::VoiceEnded& event, Duration at)>;
+
+    /// The audio system of RunLoop::main(), made on first use (and again after the main loop has
+    /// been replaced) with the output of OutputConfig::fromEnvironment(). A manual main loop
+    /// always gets the manual output.
+    static AudioSystem& shared();
+    /// The same, as a shared pointer, for objects that must keep it alive (players).
+    static std::shared_ptr<AudioSystem> sharedPointer();
+    /// Replaces the shared audio system with one on RunLoop::main() playing on `config`'s output.
+    /// Objects made on the old one keep it alive.
+    static AudioSystem& reset(OutputConfig config);
+
+    AudioSystem(RunLoop& loop, OutputConfig config);
+    ~AudioSystem() override;
+    AudioSystem(const AudioSystem&) = delete;
+    AudioSystem& operator=(const AudioSystem&) = delete;
+
+    engine::Engine& engine() noexcept { return *mEngine; }
+    RunLoop& runLoop() noexcept { return mLoop; }
+    /// The output rendering now ("sdl", "null", "wav", "manual").
+    const char* outputName() const noexcept { return mEngine->outputName(); }
+
+    /// Starts a voice now. `onEnd` runs once when it ends by itself or after a stop; `keepAlive`
+    /// is held until then (a player whose callback must still come).
+    std::optional<engine::VoiceHandle> startVoice(std::shared_ptr<const engine::SoundData> data,
+                                                  engine::VoiceParams params, EndHandler onEnd,
+                                                  std::shared_ptr<const void> keepAlive);
+    /// Replaces what a started voice keeps alive (nullptr: nothing). Stale handles are ignored.
+    void setKeepAlive(engine::VoiceHandle voice, std::shared_ptr<const void> keepAlive);
+    void stopVoice(engine::VoiceHandle voice);
+    void pauseVoice(engine::VoiceHandle voice);
+    void resumeVoice(engine::VoiceHandle voice);
+    void setVoiceParams(engine::VoiceHandle voice, engine::VoiceParams params);
+    bool isVoiceActive(engine::VoiceHandle voice) const noexcept;
+
+    /// The current mix frame on the loop's clock (manual: round(now * 48000)).
+    std::uint64_t currentFrame() const noexcept;
+    /// The loop time of a mix frame.
+    static Duration timeOfFrame(std::uint64_t frame) noexcept;
+    static std::uint64_t frameOfTime(Duration time) noexcept;
+
+    // ---- RunLoopSource ----------------------------------------------------------------------
+    Duration advanceTo(Duration target) override;
+    void dispatch() override;
+    std::optional<Duration> pollInterval() const override;
+    bool isBusy() const override;
+
+private:
+    struct VoiceRecord {
+        std::uint32_t generation = 0;
+        EndHandler onEnd;
+        std::shared_ptr<const void> keepAlive;
+    };
+
+    std::uint64_t commandFrame() const noexcept;
+    Duration timeOfEnd(std::uint64_t frame) const noexcept;
+
+    RunLoop& mLoop;
+    std::unique_ptr<engine::Engine> mEngine;
+    std::vector<VoiceRecord> mVoices;
+};
+
+} // namespace vantelo_sounds
