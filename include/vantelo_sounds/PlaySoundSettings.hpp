@@ -53,6 +53,9 @@ public:
     friend bool operator==(const PlaySoundSettings& a, const PlaySoundSettings& b) noexcept;
 
 private:
+    // The library's own code (and its tests) change the internal fields through this.
+    friend struct PlaySoundSettingsAccess;
+
     static PlaySoundSettings standard(const FileURL& play, bool looped, bool queuedPlay);
 
     std::string mId;
