@@ -25,15 +25,21 @@ double EventLog::secondsOf(Duration t) {
     return microseconds / 1e6;
 }
 
+void EventLog::setOrigin(Duration origin) {
+    std::lock_guard lock(mMutex);
+    mOrigin = origin;
+}
+
 void EventLog::record(Duration t, std::string_view type, Fields fields) {
+    std::lock_guard lock(mMutex);
+    const Duration scenarioTime = std::max(Duration::zero(), t - mOrigin);
     Fields object = Fields::object();
-    object["t"] = secondsOf(t);
+    object["t"] = secondsOf(scenarioTime);
     object["type"] = type;
     for (auto& [key, value] : fields.items()) {
         object[key] = std::move(value);
     }
-    std::lock_guard lock(mMutex);
-    mEvents.push_back(Event{t, std::move(object)});
+    mEvents.push_back(Event{scenarioTime, std::move(object)});
 }
 
 void EventLog::console(Duration t, std::string_view line) {

@@ -25,7 +25,12 @@ class EventLog {
 public:
     using Fields = nlohmann::ordered_json;
 
-    /// Adds an event of `type` at scenario time `t`; `fields` is an object of the other fields.
+    /// The run loop's time at which the scenario starts; events are written relative to it (a
+    /// real-time run spends a moment opening the device before its time 0). Times before it
+    /// count as 0.
+    void setOrigin(Duration origin);
+
+    /// Adds an event of `type` at run-loop time `t`; `fields` is an object of the other fields.
     void record(Duration t, std::string_view type, Fields fields = Fields::object());
 
     void console(Duration t, std::string_view line);
@@ -66,6 +71,7 @@ private:
     };
 
     mutable std::mutex mMutex;
+    Duration mOrigin{};
     std::vector<Event> mEvents;
 };
 

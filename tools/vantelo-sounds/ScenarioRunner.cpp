@@ -235,15 +235,18 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
     PlaybackEvents playback(log);
     setUpPlatform(scenario);
 
-    // The manager is made now, at time 0, with the voices and the session the scenario set up.
+    // Scenario time 0 is now: in real time, opening the device has taken a moment already.
+    const Duration origin = loop.now();
+    log.setOrigin(origin);
+    // The manager is made at time 0, with the voices and the session the scenario set up.
     VTOSoundsManager::shared();
 
     // Timers with equal deadlines run in the order they were scheduled: file order.
     for (const auto& step : scenario.steps) {
-        const Duration delay = std::max(Duration::zero(), seconds(step.at) - loop.now());
+        const Duration delay = std::max(Duration::zero(), origin + seconds(step.at) - loop.now());
         loop.scheduleTimer(delay, [&step, &log] { perform(step, log); });
     }
-    const Duration end = seconds(scenario.duration);
+    const Duration end = origin + seconds(scenario.duration);
     if (options.realtime) {
         loop.runUntil(end);
     } else {
