@@ -1,0 +1,222 @@
+// Channel playback through the manager, on the manual clock: channel numbers, the per-file limit,
+// the 32-channel reset, stop, failures, and what is heard (pan, volume, loop seams, clicks).
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+#include "support/ManagerFixture.hpp"
+
+namespace vantelo_sounds::test {
+namespace {
+
+std::string playingIn(int channel) {
+    return "Sound is playing in channel " + std::to_string(channel);
+}
+
+class ChannelPlaybackTest : public ManagerFixture {
+protected:
+    std::vector<std::int64_t> channels() {
+        std::vector<std::int64_t> numbers;
+        for (const auto& [channel, entry] : table()) {
+            numbers.push_back(channel);
+        }
+        return numbers;
+    }
+    int entriesFor(const std::string& path) {
+        int count = 0;
+        for (const auto& [channel, entry] : table()) {
+            count += entry.first->url() == FileURL::fileURLWithPath(path) ? 1 : 0;
+        }
+        return count;
+    }
+};
+
+TEST_F(ChannelPlaybackTest, HardLeftSoundPlaysOnChannelOneAndIsSilentOnTheRight) {
+    const auto tone = sounds.tone("left.wav", 440, 0.5);
+    manager().play(settingsFor(tone, -1.0f, 1.0f), completionNoting("left"));
+    EXPECT_EQ(entries(), std::vector<std::string>{playingIn(1)});
+
+    advance(0.75);
+    EXPECT_EQ(timedEntries().back(), "500.000ms done left");
+    EXPECT_TRUE(table().empty());
+
+    const OfflineAudio audio = heard();
+    EXPECT_NEAR(audio.rms(0, frameAt(0.05), frameAt(0.45)), 0.5 / std::sqrt(2.0), 0.01);
+    EXPECT_LT(audio.peak(1), 1e-6f);
+    EXPECT_NEAR(audio.zeroCrossingFrequency(0, frameAt(0.05), frameAt(0.45)), 440, 3);
+    EXPECT_LT(audio.peak(0, frameAt(0.5)), 1e-6f) << "nothing sounds after the end";
+}
+
+TEST_F(ChannelPlaybackTest, VolumeHalfIsHalfTheAmplitudeAndCentreIsEqualPower) {
+    const auto tone = sounds.tone("level.wav", 440, 0.3);
+    manager().play(settingsFor(tone, 0.0f, 1.0f));
+    advance(0.5);
+    manager().play(settingsFor(tone, 0.0f, 0.5f));
+    advance(0.5);
+
+    const OfflineAudio audio = heard();
+    const double full = audio.rms(0, frameAt(0.05), frameAt(0.25));
+    const double half = audio.rms(0, frameAt(0.55), frameAt(0.75));
+    EXPECT_NEAR(half / full, 0.5, 0.005);
+    // Constant power: each side of a centred sound carries 1/sqrt(2) of it.
+    EXPECT_NEAR(full, 0.5 / std::sqrt(2.0) * std::sqrt(0.5), 0.005);
+    EXPECT_NEAR(audio.rms(1, frameAt(0.05), frameAt(0.25)), full, 1e-4);
+}
+
+TEST_F(ChannelPlaybackTest, FreedChannelsAreReusedLowestFirst) {
+    std::vector<std::string> files;
+    for (const char* name : {"a", "b", "c", "d", "e", "f"}) {
+        files.push_back(sounds.tone(std::string(name) + ".wav", 300, 0.2));
+    }
+    for (int i = 0; i < 4; ++i) {
+        manager().play(settingsFor(files[i], 0, 1, false, true));
+    }
+    manager().stop(settingsFor(files[2]));
+    EXPECT_EQ(channels(), (std::vector<std::int64_t>{1, 2, 4}));
+    manager().play(settingsFor(files[4], 0, 1, false, true));
+    manager().stop(settingsFor(files[1]));
+    manager().play(settingsFor(files[5], 0, 1, false, true));
+    EXPECT_EQ(channels(), (std::vector<std::int64_t>{1, 2, 3, 4}));
+    EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), playingIn(2), playingIn(3),
+                                                   playingIn(4), playingIn(3), playingIn(2)}));
+}
+
+TEST_F(ChannelPlaybackTest, EightChannelsPerFileTheNinthCancelsOneFirst) {
+    const auto tone = sounds.tone("busy.wav", 300, 1.0);
+    const auto url = FileURL::fileURLWithPath(tone).description();
+    for (int i = 1; i <= 8; ++i) {
+        manager().play(settingsFor(tone, 0, 1, false, true), completionNoting(std::to_string(i)));
+    }
+    EXPECT_EQ(entriesFor(tone), 8);
+    EXPECT_EQ(consoleLines().size(), 8u) << "seven or eight entries cancel nothing";
+
+    manager().play(settingsFor(tone, 0, 1, false, true), completionNoting("9"));
+    EXPECT_EQ(entriesFor(tone), 8);
+    const auto log = entries();
+    ASSERT_EQ(log.size(), 11u);
+    EXPECT_EQ(log[8], "Sound is already playing on more than 8 channels. Cancelling one before "
+                      "starting new playback of url " +
+                          url);
+    EXPECT_EQ(log[9], "done 1");
+    EXPECT_EQ(log[10], playingIn(1));
+}
+
+TEST_F(ChannelPlaybackTest, PlayersGetTheRequestedPanVolumeAndLoopCountUnchanged) {
+    const auto tone = sounds.tone("params.wav", 300, 0.5);
+    struct Case {
+        float pan, volume;
+        bool looped;
+    };
+    const Case cases[] = {{0.3f, 0.6f, false}, {2.0f, -3.0f, true}, {-1.0f, 0.05f, false}};
+    for (const auto& c : cases) {
+        manager().play(settingsFor(tone, c.pan, c.volume, false, c.looped));
+        const auto& player = table().rbegin()->second.first;
+        EXPECT_EQ(player->pan(), c.pan);
+        EXPECT_EQ(player->volume(), c.volume);
+        EXPECT_EQ(player->numberOfLoops(), c.looped ? -1 : 0);
+    }
+    advance(0.1);
+    EXPECT_TRUE(heard().allFiniteAndInRange()) << "absurd values are made harmless in the mix";
+}
+
+TEST_F(ChannelPlaybackTest, MissingFilePrintsTheFailureThenTheChannelAndNeverCompletes) {
+    const auto missing = sounds.path("missing.wav");
+    manager().play(settingsFor(missing), completionNoting("missing"));
+    const auto log = entries();
+    ASSERT_EQ(log.size(), 2u);
+    EXPECT_EQ(log[0].rfind("Failed 2 creating audio player for url " +
+                               FileURL::fileURLWithPath(missing).description() +
+                               ": Error Domain=vantelo_sounds.AudioPlayerError Code=",
+                           0),
+              0u)
+        << log[0];
+    EXPECT_EQ(log[1], playingIn(1));
+    EXPECT_TRUE(table().empty());
+    advance(1.0);
+    EXPECT_EQ(completions("missing"), 0);
+}
+
+TEST_F(ChannelPlaybackTest, ThirtyThirdSoundResetsTheTableAndIsDropped) {
+    std::vector<std::string> files;
+    for (int f = 0; f < 5; ++f) {
+        files.push_back(sounds.tone("f" + std::to_string(f) + ".wav", 200 + 100 * f, 0.5));
+    }
+    for (int i = 0; i < 32; ++i) {
+        manager().play(settingsFor(files[i / 8], 0, 0.1f, false, true),
+                       completionNoting("n" + std::to_string(i)));
+    }
+    ASSERT_EQ(table().size(), 32u);
+    manager().play(settingsFor(files[4]), completionNoting("dropped"));
+    EXPECT_EQ(entries().back(), "No more available audio players");
+    EXPECT_TRUE(table().empty());
+
+    manager().play(settingsFor(files[4]));
+    EXPECT_EQ(entries().back(), playingIn(1));
+    advance(1.0);
+    for (const auto& entry : entries()) {
+        EXPECT_EQ(entry.rfind("done", 0), std::string::npos) << "no completion runs: " << entry;
+    }
+    EXPECT_TRUE(heard().allFiniteAndInRange());
+}
+
+TEST_F(ChannelPlaybackTest, StopEndsEveryChannelOfTheFileAndRunsEachCompletion) {
+    const auto a = sounds.tone("a.wav", 300, 2.0);
+    const auto b = sounds.tone("b.wav", 500, 2.0);
+    for (int i = 0; i < 3; ++i) {
+        manager().play(settingsFor(a), completionNoting("a" + std::to_string(i)));
+    }
+    manager().play(settingsFor(b), completionNoting("b"));
+    advance(0.1);
+    manager().stop(settingsFor(a));
+    EXPECT_EQ(completions("a0") + completions("a1") + completions("a2"), 3);
+    EXPECT_EQ(channels(), std::vector<std::int64_t>{4});
+
+    const auto before = entries().size();
+    manager().stop(settingsFor(sounds.tone("idle.wav", 300, 0.1)));
+    EXPECT_EQ(entries().size(), before) << "stopping a file that no channel plays does nothing";
+    advance(0.5);
+    // Only b is heard after the stop's fade.
+    EXPECT_NEAR(heard().zeroCrossingFrequency(0, frameAt(0.15), frameAt(0.55)), 500, 3);
+}
+
+TEST_F(ChannelPlaybackTest, RequestWithoutSettingsCompletesAtOnce) {
+    VTOSoundsManagerTestAccess::playSound(manager(), std::nullopt, completionNoting("none"));
+    EXPECT_EQ(entries(), std::vector<std::string>{"done none"});
+    EXPECT_TRUE(table().empty());
+}
+
+TEST_F(ChannelPlaybackTest, LoopHasNoSeamAndStopHasNoClick) {
+    // 480 Hz for 0.25 s is exactly 120 periods: a seamless loop is one unbroken sine.
+    const auto tone =
+        sounds.tone("loop.wav", 480, 0.25, 48000, 1, 0.5f, SoundFixtures::WavEncoding::float32);
+    manager().play(settingsFor(tone, -1.0f, 1.0f, false, true));
+    advance(0.6);
+    manager().stop(settingsFor(tone));
+    advance(0.1);
+
+    const OfflineAudio audio = heard();
+    const float sineStep = 0.5f * 2.0f * static_cast<float>(M_PI) * 480.0f / 48000.0f;
+    EXPECT_LE(audio.maxStep(0, frameAt(0.01), frameAt(0.6)), sineStep * 1.01f);
+    EXPECT_NEAR(audio.rms(0, frameAt(0.2), frameAt(0.3)),
+                audio.rms(0, frameAt(0.45), frameAt(0.55)), 1e-4);
+    EXPECT_LE(audio.maxStep(0, frameAt(0.59), frameAt(0.7)), sineStep * 1.01f) << "stop fades";
+    EXPECT_LT(audio.peak(0, frameAt(0.62)), 1e-6f) << "silent a little after the stop";
+}
+
+class StopAroundTheEndTest : public ChannelPlaybackTest,
+                             public ::testing::WithParamInterface<double> {};
+
+TEST_P(StopAroundTheEndTest, CompletionRunsExactlyOnce) {
+    const auto tone = sounds.tone("short.wav", 300, 0.2);
+    const auto settings = settingsFor(tone);
+    manager().play(settings, completionNoting("short"));
+    loop().scheduleTimer(seconds(GetParam()), [&] { manager().stop(settings); });
+    advance(0.5);
+    EXPECT_EQ(completions("short"), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(StopTimes, StopAroundTheEndTest,
+                         ::testing::Values(0.0, 0.1995, 0.2, 0.2005, 0.3));
+
+} // namespace
+} // namespace vantelo_sounds::test

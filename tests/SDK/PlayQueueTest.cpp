@@ -1,0 +1,154 @@
+// Queued playback on the manual clock: what waits, what starts when a sound ends, in which order,
+// and when completions run, checked in the console, in the queue and in what is heard.
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "support/ManagerFixture.hpp"
+
+namespace vantelo_sounds::test {
+namespace {
+
+std::string playingIn(int channel) {
+    return "Sound is playing in channel " + std::to_string(channel);
+}
+
+class PlayQueueTest : public ManagerFixture {
+protected:
+    std::string waiting(const std::string& path) {
+        return "Sound is already playing, waiting... " +
+               FileURL::fileURLWithPath(path).description();
+    }
+    PlaySoundSettings queued(const std::string& path, bool looped = false) {
+        return settingsFor(path, 0.0f, 1.0f, true, looped);
+    }
+    double heardFrequency(double from, double to) {
+        return heard().zeroCrossingFrequency(0, frameAt(from), frameAt(to));
+    }
+
+    std::string a = sounds.tone("a.wav", 300, 0.5);
+    std::string b = sounds.tone("b.wav", 600, 0.5);
+    std::string c = sounds.tone("c.wav", 900, 0.5);
+};
+
+TEST_F(PlayQueueTest, QueuedSoundWithNothingPlayingStartsAtOnceAndLeavesTheQueueAtItsEnd) {
+    manager().play(queued(a), completionNoting("a"));
+    EXPECT_EQ(entries(), std::vector<std::string>{playingIn(1)});
+    EXPECT_EQ(playQueue().size(), 1u) << "the item stays while its sound plays";
+    advance(0.6);
+    EXPECT_TRUE(playQueue().empty());
+    EXPECT_EQ(timedEntries().back(), "500.000ms done a");
+}
+
+TEST_F(PlayQueueTest, SecondQueuedSoundStartsWhenTheFirstEndsBeforeTheFirstsCompletion) {
+    manager().play(queued(a), completionNoting("a"));
+    manager().play(queued(b), completionNoting("b"));
+    EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), waiting(b)}));
+
+    advance(1.2);
+    EXPECT_EQ(timedEntries(),
+              (std::vector<std::string>{"0.000ms " + playingIn(1), "0.000ms " + waiting(b),
+                                        "500.000ms " + playingIn(1), "500.000ms done a",
+                                        "1000.000ms done b"}));
+    EXPECT_NEAR(heardFrequency(0.05, 0.45), 300, 3);
+    EXPECT_NEAR(heardFrequency(0.55, 0.95), 600, 3);
+    // B begins on the very frame after A's last one.
+    EXPECT_LT(heard().peak(0, frameAt(0.5) - 2, frameAt(0.5)), 0.05f);
+    EXPECT_GT(heard().peak(0, frameAt(0.5), frameAt(0.51)), 0.1f);
+}
+
+TEST_F(PlayQueueTest, WaitingSoundsStartInReverseOrderOfArrival) {
+    manager().play(queued(a), completionNoting("a"));
+    manager().play(queued(b), completionNoting("b"));
+    manager().play(queued(c), completionNoting("c"));
+    advance(1.6);
+    EXPECT_NEAR(heardFrequency(0.05, 0.45), 300, 3);
+    EXPECT_NEAR(heardFrequency(0.55, 0.95), 900, 3);
+    EXPECT_NEAR(heardFrequency(1.05, 1.45), 600, 3);
+    std::vector<std::string> done;
+    for (const auto& entry : timedEntries()) {
+        if (entry.find(" done ") != std::string::npos) {
+            done.push_back(entry);
+        }
+    }
+    EXPECT_EQ(done, (std::vector<std::string>{"500.000ms done a", "1000.000ms done c",
+                                              "1500.000ms done b"}));
+}
+
+TEST_F(PlayQueueTest, UnqueuedSoundHoldsUpOnlyQueuedRequestsForItsOwnFile) {
+    manager().play(settingsFor(a, 0, 1, false, true));
+    manager().play(queued(b), completionNoting("b"));
+    EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), playingIn(2)}));
+
+    manager().play(queued(a), completionNoting("queued a"));
+    EXPECT_EQ(entries().back(), waiting(a));
+}
+
+TEST_F(PlayQueueTest, QueuedRequestForAnUnqueuedSoundsFileLeavesUnplayedWhenThatSoundEnds) {
+    manager().play(settingsFor(a), completionNoting("a"));
+    manager().play(queued(a), completionNoting("queued a"));
+    EXPECT_EQ(entries().back(), waiting(a));
+    advance(2.0);
+    EXPECT_TRUE(playQueue().empty());
+    EXPECT_EQ(completions("queued a"), 0);
+    EXPECT_EQ(completions("a"), 1);
+    EXPECT_TRUE(table().empty());
+    EXPECT_LT(heard().peak(0, frameAt(0.5)), 1e-6f) << "the queued copy never sounded";
+}
+
+TEST_F(PlayQueueTest, StoppingThePlayingQueuedSoundStartsTheNextThenCompletes) {
+    manager().play(queued(a, true), completionNoting("a"));
+    manager().play(queued(b), completionNoting("b"));
+    advance(0.2);
+    manager().stop(queued(a));
+    const auto log = entries();
+    EXPECT_EQ(std::vector<std::string>(log.end() - 2, log.end()),
+              (std::vector<std::string>{playingIn(1), "done a"}));
+    ASSERT_EQ(playQueue().size(), 1u);
+    EXPECT_EQ(playQueue()[0].settings.filePathURL(), FileURL::fileURLWithPath(b));
+}
+
+TEST_F(PlayQueueTest, StoppingAFileThatOnlyWaitsChangesNothing) {
+    manager().play(queued(a, true), completionNoting("a"));
+    manager().play(queued(b), completionNoting("b"));
+    const auto before = entries();
+    manager().stop(queued(b));
+    EXPECT_EQ(entries(), before);
+    EXPECT_EQ(playQueue().size(), 2u);
+}
+
+TEST_F(PlayQueueTest, EndOfASoundWithoutQueueItemsLeavesTheQueueAlone) {
+    manager().play(queued(a, true), completionNoting("a"));
+    manager().play(queued(b), completionNoting("b"));
+    manager().play(settingsFor(c), completionNoting("c"));
+    advance(0.7);
+    EXPECT_EQ(completions("c"), 1);
+    EXPECT_EQ(playQueue().size(), 2u);
+    EXPECT_EQ(entries().back(), "done c") << "nothing started from the queue";
+}
+
+TEST_F(PlayQueueTest, PerFileLimitFiringInsideTheQueueStepDoesNotDeadlock) {
+    for (int i = 1; i <= 8; ++i) {
+        manager().play(settingsFor(a, 0, 1, false, true), completionNoting(std::to_string(i)));
+    }
+    manager().play(queued(a), completionNoting("queued"));
+    const auto log = entries();
+    ASSERT_GE(log.size(), 11u);
+    EXPECT_EQ(log[8].rfind("Sound is already playing on more than 8 channels.", 0), 0u);
+    EXPECT_EQ(log[9], "done 1");
+    EXPECT_EQ(log[10], playingIn(1));
+    EXPECT_EQ(table().size(), 8u);
+}
+
+TEST_F(PlayQueueTest, CallsFromAnotherThreadRunOnTheLoopThread) {
+    auto completion = completionNoting("a");
+    manager();
+    std::thread other([&] { manager().play(queued(a), completion); });
+    other.join();
+    EXPECT_TRUE(entries().empty()) << "posted, not run on the calling thread";
+    advance(0.6);
+    EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), "done a"}));
+}
+
+} // namespace
+} // namespace vantelo_sounds::test
