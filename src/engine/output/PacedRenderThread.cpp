@@ -37,11 +37,12 @@ void PacedRenderThread::run(Mixer& mixer, bool realTime, WavWriter* sink) noexce
         }
         rendered += kBlockFrames;
         if (realTime) {
-            // Stay one block ahead of the clock, as a device's buffer would.
+            // The next block is rendered when its time begins, as a device with one block of
+            // buffer would ask for it.
             const auto due =
                 startTime +
-                std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
-                    static_cast<double>(rendered - kBlockFrames) / kMixRate));
+                std::chrono::duration_cast<Clock::duration>(
+                    std::chrono::duration<double>(static_cast<double>(rendered) / kMixRate));
             std::this_thread::sleep_until(due);
         }
     }

@@ -10,8 +10,8 @@ namespace vantelo_sounds::engine {
 class Mixer;
 class WavWriter;
 
-/// A thread that renders a mixer block by block, paced by the steady clock (a block at a time,
-/// about one block ahead, as a device would ask) or, when not paced, as fast as it can while the
+/// A thread that renders a mixer block by block, paced by the steady clock (each block when
+/// its time begins, as a device would ask) or, when not paced, as fast as it can while the
 /// mixer has something to play. Each block may go to a WAV file. The null and WAV outputs use it.
 class PacedRenderThread {
 public:

@@ -1,0 +1,310 @@
+// The mixer heard through its output: levels and pan, exact start and end frames, loops with no
+// seam, ramps with no click, sources that run dry, hostile values, and stale commands.
+#include "engine/mix/Mixer.hpp"
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <numbers>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "engine/sound/SoundData.hpp"
+#include "support/OfflineAudio.hpp"
+
+namespace vantelo_sounds::engine {
+namespace {
+
+using test::OfflineAudio;
+
+std::unique_ptr<SoundData> sound(const std::vector<float>& interleaved, int channels,
+                                 bool complete = true) {
+    const std::size_t frames = interleaved.size() / static_cast<std::size_t>(channels);
+    auto data = std::make_unique<SoundData>(channels, frames + 100000);
+    data->append(interleaved.data(), frames);
+    if (complete) {
+        data->finish(true);
+    }
+    return data;
+}
+
+std::vector<float> constant(std::size_t frames, float value) {
+    return std::vector<float>(frames, value);
+}
+
+std::vector<float> sine(std::size_t frames, double hz, float amplitude) {
+    std::vector<float> samples(frames);
+    for (std::size_t i = 0; i < frames; ++i) {
+        samples[i] = amplitude * static_cast<float>(std::sin(2.0 * std::numbers::pi * hz *
+                                                             static_cast<double>(i) / 48000.0));
+    }
+    return samples;
+}
+
+class MixerTest : public ::testing::Test {
+protected:
+    VoiceHandle start(const SoundData& data, VoiceParams params = {},
+                      std::uint64_t frame = MixerCommand::kNow, std::uint32_t slot = 0,
+                      std::uint32_t generation = 1) {
+        MixerCommand command;
+        command.kind = MixerCommand::Kind::start;
+        command.voice = {slot, generation};
+        command.frame = frame;
+        command.params = params.sanitized();
+        command.data = &data;
+        EXPECT_TRUE(mMixer.send(command));
+        return command.voice;
+    }
+    void send(MixerCommand::Kind kind, VoiceHandle voice, std::uint64_t frame,
+              VoiceParams params = {}) {
+        MixerCommand command;
+        command.kind = kind;
+        command.voice = voice;
+        command.frame = frame;
+        command.params = params.sanitized();
+        EXPECT_TRUE(mMixer.send(command));
+    }
+    /// Renders `frames` more frames in blocks of `block`, appending them to mSamples.
+    void render(std::size_t frames, std::size_t block = 512) {
+        std::vector<float> buffer(block * 2);
+        while (frames > 0) {
+            const std::size_t n = std::min(frames, block);
+            mMixer.render(buffer.data(), n);
+            mSamples.insert(mSamples.end(), buffer.begin(),
+                            buffer.begin() + static_cast<std::ptrdiff_t>(2 * n));
+            frames -= n;
+        }
+    }
+    std::vector<VoiceEnded> events() {
+        std::vector<VoiceEnded> result;
+        VoiceEnded event;
+        while (mMixer.pollEvent(event)) {
+            result.push_back(event);
+        }
+        return result;
+    }
+
+    Mixer mMixer{8};
+    std::vector<float> mSamples;
+};
+
+struct PanCase {
+    float pan;
+    float volume;
+    int channels;
+    float expectedLeft; // for a source of 0.5 (stereo: left 0.5, right -0.25)
+    float expectedRight;
+};
+
+class MixerPanTest : public MixerTest, public ::testing::WithParamInterface<PanCase> {};
+
+TEST_P(MixerPanTest, SteadyLevelsFollowPanAndVolume) {
+    const PanCase& c = GetParam();
+    std::vector<float> source;
+    for (int i = 0; i < 4800; ++i) {
+        source.push_back(0.5f);
+        if (c.channels == 2) {
+            source.push_back(-0.25f);
+        }
+    }
+    const auto data = sound(source, c.channels);
+    start(*data, {c.pan, c.volume, 0});
+    render(4800);
+    const OfflineAudio audio(mSamples);
+    for (std::size_t frame : {100u, 2000u, 4799u}) {
+        EXPECT_NEAR(audio.sample(frame, 0), c.expectedLeft, 1e-6f) << "frame " << frame;
+        EXPECT_NEAR(audio.sample(frame, 1), c.expectedRight, 1e-6f) << "frame " << frame;
+    }
+    if (c.expectedRight == 0.0f) {
+        EXPECT_EQ(audio.peak(1), 0.0f); // hard left is silence on the right, not just quiet
+    }
+    if (c.expectedLeft == 0.0f) {
+        EXPECT_EQ(audio.peak(0), 0.0f);
+    }
+}
+
+const float kCentre = 0.5f * static_cast<float>(std::numbers::sqrt2 / 2.0); // -3 dB
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, MixerPanTest,
+    ::testing::Values(PanCase{-1.0f, 1.0f, 1, 0.5f, 0.0f}, PanCase{1.0f, 1.0f, 1, 0.0f, 0.5f},
+                      PanCase{0.0f, 1.0f, 1, kCentre, kCentre},
+                      PanCase{0.0f, 0.5f, 1, kCentre / 2, kCentre / 2},
+                      PanCase{-1.0f, 0.5f, 1, 0.25f, 0.0f},
+                      PanCase{0.5f, 1.0f, 1, 0.5f * 0.38268343f, 0.5f * 0.92387953f},
+                      PanCase{0.0f, 1.0f, 2, 0.5f, -0.25f}, PanCase{1.0f, 1.0f, 2, 0.0f, -0.25f},
+                      PanCase{-1.0f, 0.5f, 2, 0.25f, 0.0f},
+                      PanCase{-0.5f, 1.0f, 2, 0.5f, -0.25f * 0.70710678f},
+                      // hostile values, made harmless at the boundary
+                      PanCase{std::numeric_limits<float>::quiet_NaN(), 1.0f, 1, kCentre, kCentre},
+                      PanCase{-7.0f, 3.0f, 1, 0.5f, 0.0f},
+                      PanCase{0.0f, std::numeric_limits<float>::quiet_NaN(), 1, 0.0f, 0.0f},
+                      PanCase{std::numeric_limits<float>::infinity(), 1.0f, 1, 0.0f, 0.5f}));
+
+TEST_F(MixerTest, AVoiceStartsOnTheExactFrameAskedEvenInsideABlock) {
+    const auto data = sound(constant(1000, 0.5f), 1);
+    start(*data, {-1.0f, 1.0f, 0}, 1234);
+    render(4000, 512);
+    const OfflineAudio audio(mSamples);
+    EXPECT_EQ(audio.firstNonSilentFrame(), 1234u);
+    EXPECT_EQ(audio.endOfSound(), 2234u);
+    const auto ended = events();
+    ASSERT_EQ(ended.size(), 1u);
+    EXPECT_EQ(ended[0].frame, 2234u);
+    EXPECT_EQ(ended[0].reason, VoiceEnded::Reason::finished);
+    EXPECT_EQ(mMixer.voiceState(ended[0].voice), Mixer::VoiceState::ended);
+}
+
+TEST_F(MixerTest, RenderUntilVoiceEndsStopsRightAfterTheLastSoundingFrame) {
+    const auto shortOne = sound(constant(300, 0.5f), 1);
+    const auto longOne = sound(constant(5000, 0.5f), 1);
+    start(*longOne, {}, 0, 0, 1);
+    start(*shortOne, {}, 100, 1, 1);
+    std::vector<float> buffer(2048 * 2);
+    EXPECT_EQ(mMixer.renderUntilVoiceEnds(buffer.data(), 2048), 400u);
+    EXPECT_EQ(mMixer.renderedFrames(), 400u);
+    ASSERT_EQ(events().size(), 1u);
+    EXPECT_EQ(mMixer.renderUntilVoiceEnds(buffer.data(), 2048), 2048u);
+}
+
+TEST_F(MixerTest, ALoopOfWholePeriodsHasNoSeam) {
+    // 480 frames of 1 kHz are exactly 10 periods: pass after pass must join as one sine.
+    const auto data = sound(sine(480, 1000.0, 0.8f), 1);
+    start(*data, {-1.0f, 1.0f, 3});
+    render(3000, 100);
+    const OfflineAudio audio(mSamples);
+    const float sineStep = audio.maxStep(0, 100, 480);
+    EXPECT_LE(audio.maxStep(0, 100, 4 * 480), sineStep * 1.0001f);
+    EXPECT_EQ(audio.endOfSound(), 4u * 480u);
+    EXPECT_NEAR(audio.zeroCrossingFrequency(0, 0, 4 * 480), 1000.0, 30.0);
+    ASSERT_EQ(events().size(), 1u);
+}
+
+struct RampCase {
+    const char* name;
+    MixerCommand::Kind kind;
+    std::uint32_t rampFrames;
+    float gainDrop; // how far the gain falls
+};
+
+class MixerRampTest : public MixerTest, public ::testing::WithParamInterface<RampCase> {};
+
+TEST_P(MixerRampTest, NoStepIsSteeperThanTheRamp) {
+    // A constant source makes every step of the output a step of the gain.
+    const float level = 0.8f;
+    const auto data = sound(constant(48000, level), 1);
+    const VoiceHandle voice = start(*data, {-1.0f, 1.0f, 0});
+    send(GetParam().kind, voice, 1000, {-1.0f, 0.25f, 0});
+    render(4000);
+    const OfflineAudio audio(mSamples);
+    const float slope = level * GetParam().gainDrop / static_cast<float>(GetParam().rampFrames);
+    EXPECT_LE(audio.maxStep(0, 0, 1000), level / Voice::kStartRampFrames * 1.001f);
+    EXPECT_LE(audio.maxStep(0, 900, 4000), slope * 1.001f);
+    EXPECT_GT(audio.maxStep(0, 900, 4000), slope * 0.9f); // and the ramp is not longer
+    EXPECT_TRUE(audio.allFiniteAndInRange());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Changes, MixerRampTest,
+    ::testing::Values(RampCase{"stop", MixerCommand::Kind::stop, Voice::kStopRampFrames, 1.0f},
+                      RampCase{"pause", MixerCommand::Kind::pause, Voice::kStopRampFrames, 1.0f},
+                      RampCase{"volume", MixerCommand::Kind::setParams, Voice::kParamRampFrames,
+                               0.75f}),
+    [](const auto& param) { return std::string(param.param.name); });
+
+TEST_F(MixerTest, StopEndsAfterItsFadeWithReasonStopped) {
+    const auto data = sound(constant(48000, 0.5f), 1);
+    const VoiceHandle voice = start(*data);
+    send(MixerCommand::Kind::stop, voice, 1000);
+    render(2000);
+    const auto ended = events();
+    ASSERT_EQ(ended.size(), 1u);
+    EXPECT_EQ(ended[0].reason, VoiceEnded::Reason::stopped);
+    EXPECT_EQ(ended[0].frame, 1000u + Voice::kStopRampFrames);
+    EXPECT_LE(OfflineAudio(mSamples).endOfSound(), 1000u + Voice::kStopRampFrames);
+}
+
+TEST_F(MixerTest, PauseHoldsThePositionAndResumeGoesOnFromIt) {
+    const auto data = sound(constant(10000, 0.5f), 1);
+    const VoiceHandle voice = start(*data);
+    send(MixerCommand::Kind::pause, voice, 1000);
+    render(5000);
+    const std::size_t held = mMixer.voicePosition(voice);
+    EXPECT_EQ(held, 1000u + Voice::kStopRampFrames);
+    EXPECT_EQ(mMixer.voiceState(voice), Mixer::VoiceState::paused);
+    EXPECT_EQ(OfflineAudio(mSamples).peak(0, 1000 + Voice::kStopRampFrames), 0.0f);
+    send(MixerCommand::Kind::resume, voice, 5000);
+    render(20000);
+    const auto ended = events();
+    ASSERT_EQ(ended.size(), 1u);
+    EXPECT_EQ(ended[0].frame, 5000u + (10000u - held));
+}
+
+TEST_F(MixerTest, AVoiceWhoseSourceRunsDryWaitsSilentlyAndGoesOnWhenItFills) {
+    auto data = sound(constant(1000, 0.5f), 1, false);
+    start(*data);
+    render(3000);
+    EXPECT_TRUE(events().empty());
+    EXPECT_EQ(mMixer.voicePosition({0, 1}), 1000u);
+    EXPECT_EQ(OfflineAudio(mSamples).endOfSound(), 1000u);
+
+    const auto more = constant(500, 0.5f);
+    data->append(more.data(), more.size());
+    data->finish(true);
+    render(2000);
+    const auto ended = events();
+    ASSERT_EQ(ended.size(), 1u);
+    EXPECT_EQ(ended[0].frame, 3500u);
+    EXPECT_EQ(ended[0].reason, VoiceEnded::Reason::finished);
+}
+
+TEST_F(MixerTest, ASourceThatFailsPartWayEndsWithReasonFailed) {
+    auto data = sound(constant(1000, 0.5f), 1, false);
+    data->finish(false);
+    start(*data);
+    render(1500);
+    const auto ended = events();
+    ASSERT_EQ(ended.size(), 1u);
+    EXPECT_EQ(ended[0].reason, VoiceEnded::Reason::failed);
+    EXPECT_EQ(ended[0].frame, 1000u);
+}
+
+TEST_F(MixerTest, AnEmptySourceEndsOnItsStartFrameEvenWhenLooping) {
+    const auto data = sound({}, 1);
+    start(*data, {0.0f, 1.0f, -1}, 300);
+    render(1000);
+    const auto ended = events();
+    ASSERT_EQ(ended.size(), 1u);
+    EXPECT_EQ(ended[0].frame, 300u);
+}
+
+TEST_F(MixerTest, NonFiniteAndHugeSamplesNeverReachTheOutput) {
+    const float inf = std::numeric_limits<float>::infinity();
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const auto data = sound({0.5f, nan, inf, -inf, 1e30f, -1e30f, 3.0f, -0.2f}, 1);
+    const auto other = sound(constant(8, 0.9f), 1);
+    start(*data, {0.0f, 1.0f, 100}, 0, 0);
+    start(*other, {0.3f, 1.0f, 100}, 0, 1);
+    render(2000);
+    EXPECT_TRUE(OfflineAudio(mSamples).allFiniteAndInRange());
+}
+
+TEST_F(MixerTest, CommandsForAnEarlierUseOfASlotAreIgnored) {
+    const auto first = sound(constant(100, 0.5f), 1);
+    const auto second = sound(constant(48000, 0.5f), 1);
+    const VoiceHandle old = start(*first, {}, 0, 3, 1);
+    render(200);
+    ASSERT_EQ(events().size(), 1u);
+    const VoiceHandle current = start(*second, {}, MixerCommand::kNow, 3, 2);
+    send(MixerCommand::Kind::stop, old, MixerCommand::kNow);
+    send(MixerCommand::Kind::setParams, old, MixerCommand::kNow, {0.0f, 0.0f, 0});
+    render(2000);
+    EXPECT_TRUE(events().empty());
+    EXPECT_EQ(mMixer.voiceState(current), Mixer::VoiceState::playing);
+    EXPECT_EQ(mMixer.voiceState(old), Mixer::VoiceState::unknown);
+    EXPECT_GT(OfflineAudio(mSamples).rms(0, 1000, 2200), 0.3);
+}
+
+} // namespace
+} // namespace vantelo_sounds::engine
