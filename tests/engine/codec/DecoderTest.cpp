@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 #include <numbers>
+#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -163,6 +164,48 @@ TEST_F(DecoderTest, FullOutputEndsTheSoundAsFailed) {
     EXPECT_EQ(data.frames(), 10000u);
     EXPECT_TRUE(decoder.failed());
     EXPECT_FALSE(decoder.failure().empty());
+}
+
+// Random damage anywhere in a file: an error or partial audio, never a crash, hang or NaN.
+TEST_F(DecoderTest, DamagedFilesNeverCrash) {
+    std::mt19937 random(20240601);
+    const std::vector<std::string> sources = {
+        fixtures().tone("dmg.wav", 440, 0.5, 44100, 2),
+        fixtures().encoded("dmg.mp3", AudioFileFormat::mp3, 440, 0.5),
+        fixtures().encoded("dmg.m4a", AudioFileFormat::m4a, 440, 0.5),
+        fixtures().encoded("dmg.flac", AudioFileFormat::flac, 440, 0.5),
+        fixtures().encoded("dmg.ogg", AudioFileFormat::ogg, 440, 0.5)};
+    for (const std::string& source : sources) {
+        const std::string original = SoundFixtures::readBytes(source);
+        ASSERT_FALSE(original.empty());
+        for (int variant = 0; variant < 40; ++variant) {
+            std::string bytes = original;
+            const int damage = 1 + static_cast<int>(random() % 16);
+            for (int i = 0; i < damage; ++i) {
+                bytes[random() % bytes.size()] = static_cast<char>(random() & 0xff);
+            }
+            if (variant % 4 == 3) {
+                bytes.resize(random() % bytes.size());
+            }
+            const std::string file = fixtures().writeBytes("damaged.bin", bytes);
+            auto opened = Decoder::open(file);
+            if (!opened) {
+                EXPECT_FALSE(opened.error().detail.empty());
+                continue;
+            }
+            Decoder& decoder = *opened.value();
+            SoundData data(decoder.info().channels, std::size_t{10} * engine::kMixRate);
+            for (int steps = 0; !decoder.atEnd(); ++steps) {
+                ASSERT_LT(steps, 10000) << source << " variant " << variant << " does not end";
+                decoder.decodeInto(data, 4096);
+            }
+            std::vector<float> samples(data.frames() * std::size_t(data.channels()));
+            data.read(0, samples.data(), data.frames());
+            for (const float v : samples) {
+                ASSERT_TRUE(std::isfinite(v)) << source << " variant " << variant;
+            }
+        }
+    }
 }
 
 // ---- bad files --------------------------------------------------------------------------
