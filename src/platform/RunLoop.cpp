@@ -12,11 +12,12 @@ namespace {
 std::mutex gMainMutex;
 RunLoop* gMain = nullptr;
 
-// Loops replaced by resetMain stay alive: objects made on them may still hold a reference, and
-// tests replace the loop once per test, so the cost is a few hundred bytes each.
+// Loops replaced by resetMain stay alive to the very end of the process: objects made on them
+// (players, the audio system) may still refer to them, even from their own static destructors.
+// Tests replace the loop once per test, so the cost is a few hundred bytes each.
 std::vector<std::unique_ptr<RunLoop>>& allLoops() {
-    static std::vector<std::unique_ptr<RunLoop>> loops;
-    return loops;
+    static auto* const loops = new std::vector<std::unique_ptr<RunLoop>>();
+    return *loops;
 }
 
 constexpr Duration kForever = Duration::max();
