@@ -208,6 +208,20 @@ TEST_F(DecoderTest, DamagedFilesNeverCrash) {
     }
 }
 
+// The sounds the project ships all decode, at their stated length.
+TEST_F(DecoderTest, ShippedAssetsDecode) {
+    const auto assets = std::filesystem::path(__FILE__).parent_path() / "../../../assets";
+    const std::pair<const char*, double> expected[] = {{"click.wav", 0.02}, {"beep.wav", 0.25},
+                                                       {"chime.m4a", 1.0},  {"whoosh.mp3", 0.8},
+                                                       {"pad.ogg", 2.0},    {"blip.flac", 0.15}};
+    for (const auto& [name, seconds] : expected) {
+        const DecodedSound sound = decodeFile((assets / name).string());
+        EXPECT_NEAR(double(sound.frames()) / engine::kMixRate, seconds, 0.05) << name;
+        EXPECT_FALSE(sound.failed) << name;
+        EXPECT_GT(sound.rms(0), 0.005) << name;
+    }
+}
+
 // ---- bad files --------------------------------------------------------------------------
 
 struct BadCase {
