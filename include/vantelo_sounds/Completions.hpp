@@ -1,11 +1,10 @@
 #pragma once
 
-#include <vantelo_sounds/platform/FileURL.hpp>
-
 #include <functional>
 #include <optional>
 #include <string>
 #include <system_error>
+#include <vantelo_sounds/platform/FileURL.hpp>
 
 namespace vantelo_sounds {
 

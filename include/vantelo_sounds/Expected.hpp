@@ -13,13 +13,9 @@ template <typename T>
 class [[nodiscard]] Expected {
 public:
     Expected(T value)
-        : mState(std::in_place_index<0>, std::move(value))
-    {
-    }
+        : mState(std::in_place_index<0>, std::move(value)) {}
     Expected(std::error_code error)
-        : mState(std::in_place_index<1>, error)
-    {
-    }
+        : mState(std::in_place_index<1>, error) {}
 
     bool hasValue() const noexcept { return mState.index() == 0; }
     explicit operator bool() const noexcept { return hasValue(); }

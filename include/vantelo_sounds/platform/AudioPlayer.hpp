@@ -1,11 +1,10 @@
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <vantelo_sounds/Expected.hpp>
 #include <vantelo_sounds/platform/Clock.hpp>
 #include <vantelo_sounds/platform/FileURL.hpp>
-
-#include <functional>
-#include <memory>
 
 namespace vantelo_sounds {
 
@@ -79,15 +78,15 @@ private:
 
 /// Errors of AudioPlayer::create, under the category "vantelo_sounds.AudioPlayerError".
 enum class AudioPlayerError {
-    fileNotFound = 1,       ///< nothing at the path
-    notARegularFile,        ///< a directory, FIFO, device or socket
-    notReadable,            ///< no permission, or the read failed
-    notAudio,               ///< no audio stream, empty or unrecognised data
-    unsupportedFormat,      ///< a container or codec outside the allowed set (playlists, scripts)
-    protectedContent,       ///< DRM-protected audio
-    corrupt,                ///< the data is damaged beyond decoding
-    tooLarge,               ///< larger than the decoded-sound cache may hold
-    notAFileURL,            ///< the URL is not an absolute local path
+    fileNotFound = 1,  ///< nothing at the path
+    notARegularFile,   ///< a directory, FIFO, device or socket
+    notReadable,       ///< no permission, or the read failed
+    notAudio,          ///< no audio stream, empty or unrecognised data
+    unsupportedFormat, ///< a container or codec outside the allowed set (playlists, scripts)
+    protectedContent,  ///< DRM-protected audio
+    corrupt,           ///< the data is damaged beyond decoding
+    tooLarge,          ///< larger than the decoded-sound cache may hold
+    notAFileURL,       ///< the URL is not an absolute local path
 };
 const std::error_category& audioPlayerErrorCategory() noexcept;
 std::error_code make_error_code(AudioPlayerError e) noexcept;

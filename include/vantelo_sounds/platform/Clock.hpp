@@ -9,8 +9,7 @@ namespace vantelo_sounds {
 using Duration = std::chrono::nanoseconds;
 
 /// Seconds as a Duration, rounded to the nearest nanosecond.
-constexpr Duration seconds(double s)
-{
+constexpr Duration seconds(double s) {
     return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(s));
 }
 
@@ -38,7 +37,9 @@ private:
 /// advances it (RunLoop::advance), so that everything due in between happens in time order.
 class ManualClock final : public Clock {
 public:
-    Duration now() const noexcept override { return Duration(mNow.load(std::memory_order_acquire)); }
+    Duration now() const noexcept override {
+        return Duration(mNow.load(std::memory_order_acquire));
+    }
     bool isManual() const noexcept override { return true; }
     /// Moves the clock to `t`; never backwards.
     void set(Duration t) noexcept;

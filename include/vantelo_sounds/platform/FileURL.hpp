@@ -36,8 +36,7 @@ private:
 
 template <>
 struct std::hash<vantelo_sounds::FileURL> {
-    std::size_t operator()(const vantelo_sounds::FileURL& url) const noexcept
-    {
+    std::size_t operator()(const vantelo_sounds::FileURL& url) const noexcept {
         return std::hash<std::string>{}(url.path());
     }
 };

@@ -8,12 +8,9 @@ namespace vantelo_sounds::engine {
 SoundData::SoundData(int channels, std::size_t maxFrames)
     : mChannels(std::clamp(channels, 1, 2))
     , mMaxFrames(maxFrames)
-    , mChunks((maxFrames + kChunkFrames - 1) / kChunkFrames)
-{
-}
+    , mChunks((maxFrames + kChunkFrames - 1) / kChunkFrames) {}
 
-std::size_t SoundData::append(const float* interleaved, std::size_t frames)
-{
+std::size_t SoundData::append(const float* interleaved, std::size_t frames) {
     const std::size_t room = mMaxFrames - mAvailable.load(std::memory_order_relaxed);
     const std::size_t total = std::min(frames, room);
     std::size_t done = 0;
@@ -42,8 +39,7 @@ std::size_t SoundData::append(const float* interleaved, std::size_t frames)
     return done;
 }
 
-void SoundData::finish(bool ok) noexcept
-{
+void SoundData::finish(bool ok) noexcept {
     if (!ok) {
         mFailed.store(true, std::memory_order_release);
     }
@@ -52,8 +48,7 @@ void SoundData::finish(bool ok) noexcept
     mWaitCondition.notify_all();
 }
 
-const float* SoundData::framesAt(std::size_t frame, std::size_t& contiguous) const noexcept
-{
+const float* SoundData::framesAt(std::size_t frame, std::size_t& contiguous) const noexcept {
     const std::size_t available = availableFrames();
     if (frame >= available) {
         contiguous = 0;
@@ -65,8 +60,7 @@ const float* SoundData::framesAt(std::size_t frame, std::size_t& contiguous) con
     return mChunks[chunk].get() + offset * static_cast<std::size_t>(mChannels);
 }
 
-std::size_t SoundData::read(std::size_t frame, float* out, std::size_t count) const noexcept
-{
+std::size_t SoundData::read(std::size_t frame, float* out, std::size_t count) const noexcept {
     std::size_t done = 0;
     while (done < count) {
         std::size_t contiguous = 0;
@@ -82,14 +76,12 @@ std::size_t SoundData::read(std::size_t frame, float* out, std::size_t count) co
     return done;
 }
 
-std::size_t SoundData::bytes() const noexcept
-{
+std::size_t SoundData::bytes() const noexcept {
     return mAllocatedChunks.load(std::memory_order_relaxed) * kChunkFrames *
            static_cast<std::size_t>(mChannels) * sizeof(float);
 }
 
-void SoundData::waitForFrames(std::size_t frames) const
-{
+void SoundData::waitForFrames(std::size_t frames) const {
     std::unique_lock lock(mWaitMutex);
     mWaitCondition.wait(lock, [&] { return isComplete() || availableFrames() >= frames; });
 }

@@ -37,8 +37,7 @@ public:
     void finish(bool ok) noexcept;
 
     // ---- readers (any thread, lock-free and allocation-free) ------------------------------
-    std::size_t availableFrames() const noexcept
-    {
+    std::size_t availableFrames() const noexcept {
         return mAvailable.load(std::memory_order_acquire);
     }
     bool isComplete() const noexcept { return mComplete.load(std::memory_order_acquire); }
