@@ -218,6 +218,18 @@ TEST_F(CliRunTest, UsageMistakesAndMissingScenarioAreInvalidToo) {
     EXPECT_NE(missing.err.find(mFiles.path("absent.json")), std::string::npos) << missing.err;
 }
 
+TEST_F(CliRunTest, OutputsThatCannotBeWrittenFailBeforeAnythingPlays) {
+    const std::string path = writeScenario(
+        R"({"duration": 0.5, "steps": [{"at": 0, "do": "play", "file": "nothing.wav"}]})");
+    for (const char* option : {"--events", "--render"}) {
+        const CliResult result = run({"run", path, option, mFiles.path("no/such/folder/out")});
+        EXPECT_EQ(result.status, 1) << option;
+        EXPECT_EQ(result.out, "") << option;
+        EXPECT_NE(result.err.find(mFiles.path("no/such/folder/out")), std::string::npos)
+            << result.err;
+    }
+}
+
 TEST_F(CliRunTest, MissingSoundIsReportedByTheLibraryNotRefused) {
     const std::string path = writeScenario(
         R"({"duration": 0.5, "steps": [{"at": 0.1, "do": "play", "file": "nothing.wav"}]})");

@@ -225,8 +225,9 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
     RunLoop& loop = options.realtime ? RunLoop::resetMain(std::make_shared<SteadyClock>())
                                      : RunLoop::resetMainManual();
     AudioSystem& audio = AudioSystem::reset(outputFor(options));
-    if (options.renderPath && !options.realtime && audio.engine().manualOutput() == nullptr) {
-        std::fprintf(stderr, "%s: cannot write the render: %s\n", options.renderPath->c_str(),
+    if (!options.realtime && !audio.engine().startError().empty()) {
+        std::fprintf(stderr, "%s: cannot write the render: %s\n",
+                     options.renderPath.value_or("render").c_str(),
                      audio.engine().startError().c_str());
         return kExitFailed;
     }
