@@ -1,20 +1,24 @@
 #include <random>
+#include <sys/random.h>
 #include <vantelo_sounds/platform/UUID.hpp>
 
 namespace vantelo_sounds {
 
 UUID UUID::make() {
-    // One generator per thread, seeded from the system's entropy source.
-    thread_local std::mt19937_64 generator = [] {
-        std::random_device device;
-        std::seed_seq seed{device(), device(), device(), device(), device(), device()};
-        return std::mt19937_64(seed);
-    }();
     UUID uuid;
-    for (std::size_t i = 0; i < uuid.mBytes.size(); i += 8) {
-        std::uint64_t bits = generator();
-        for (std::size_t j = 0; j < 8; ++j) {
-            uuid.mBytes[i + j] = static_cast<std::uint8_t>(bits >> (8 * j));
+    // The kernel's generator: nothing to seed, and forked processes never repeat each other.
+    if (::getrandom(uuid.mBytes.data(), uuid.mBytes.size(), 0) !=
+        static_cast<ssize_t>(uuid.mBytes.size())) {
+        thread_local std::mt19937_64 generator = [] {
+            std::random_device device;
+            std::seed_seq seed{device(), device(), device(), device(), device(), device()};
+            return std::mt19937_64(seed);
+        }();
+        for (std::size_t i = 0; i < uuid.mBytes.size(); i += 8) {
+            const std::uint64_t bits = generator();
+            for (std::size_t j = 0; j < 8; ++j) {
+                uuid.mBytes[i + j] = static_cast<std::uint8_t>(bits >> (8 * j));
+            }
         }
     }
     uuid.mBytes[6] = static_cast<std::uint8_t>((uuid.mBytes[6] & 0x0F) | 0x40); // version 4
