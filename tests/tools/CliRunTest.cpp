@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -305,6 +306,25 @@ TEST_F(CliRunTest, EventsAreJsonLinesInTimeOrderMatchingTheConsole) {
         {{"t", 0.75}, {"type", "completion"}, {"tag", "t1"}},
     };
     EXPECT_EQ(others, expected);
+}
+
+TEST_F(CliRunTest, ResourcesComeFromTheScenarioBundle) {
+    std::filesystem::create_directories(mFiles.path("res"));
+    mFiles.tone("res/ping.wav", 500.0, 0.1);
+    const std::string path = writeScenario(R"({"duration": 0.5, "bundle": "res", "steps": [
+        {"at": 0.1, "do": "playResource", "name": "ping", "ext": "wav", "tag": "p"}]})");
+    const std::string eventsPath = mFiles.path("events.jsonl");
+    const CliResult result = run({"run", path, "--events", eventsPath});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "Sound is playing in channel 1\n");
+    bool started = false;
+    for (const auto& event : readEvents(eventsPath)) {
+        if (event["type"] == "soundStart") {
+            started = true;
+            EXPECT_EQ(event["file"], mFiles.path("res/ping.wav"));
+        }
+    }
+    EXPECT_TRUE(started);
 }
 
 TEST_F(CliRunTest, RenderIsStereoFloatAt48kOfExactlyTheDuration) {
