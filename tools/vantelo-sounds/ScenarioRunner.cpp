@@ -1,12 +1,15 @@
 #include "ScenarioRunner.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <signal.h>
 #include <string>
 #include <vantelo_sounds/PlaySoundSettings.hpp>
 #include <vantelo_sounds/SoundInstruction.hpp>
@@ -188,6 +191,42 @@ public:
     ConsoleCapture& operator=(const ConsoleCapture&) = delete;
 };
 
+std::atomic<RunLoop*> gInterruptedLoop{nullptr};
+volatile std::sig_atomic_t gStopSignal = 0;
+
+extern "C" void stopOnSignal(int signal) {
+    gStopSignal = signal;
+    if (RunLoop* loop = gInterruptedLoop.load()) {
+        loop->stop(); // an atomic store and an eventfd write: safe in a signal handler
+    }
+}
+
+/// In a real-time run, Ctrl-C (or SIGTERM) ends the scenario early so that what was played is
+/// still written out; a second one kills the program as usual.
+class StopOnSignal {
+public:
+    explicit StopOnSignal(RunLoop& loop) {
+        gInterruptedLoop.store(&loop);
+        struct sigaction action {};
+        action.sa_handler = stopOnSignal;
+        action.sa_flags = SA_RESETHAND;
+        sigemptyset(&action.sa_mask);
+        ::sigaction(SIGINT, &action, &mOldInt);
+        ::sigaction(SIGTERM, &action, &mOldTerm);
+    }
+    ~StopOnSignal() {
+        ::sigaction(SIGINT, &mOldInt, nullptr);
+        ::sigaction(SIGTERM, &mOldTerm, nullptr);
+        gInterruptedLoop.store(nullptr);
+    }
+    StopOnSignal(const StopOnSignal&) = delete;
+    StopOnSignal& operator=(const StopOnSignal&) = delete;
+
+private:
+    struct sigaction mOldInt {};
+    struct sigaction mOldTerm {};
+};
+
 OutputConfig outputFor(const RunOptions& options) {
     if (!options.realtime) {
         return OutputConfig{OutputConfig::Kind::manual, options.renderPath.value_or("")};
@@ -249,6 +288,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
     }
     const Duration end = origin + seconds(scenario.duration);
     if (options.realtime) {
+        StopOnSignal stopOnSignal(loop);
         loop.runUntil(end);
     } else {
         loop.advanceTo(end);
@@ -268,7 +308,8 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
             return kExitFailed;
         }
     }
-    return kExitOk;
+    // Interrupted: the outputs hold what was played; the status says it was cut short.
+    return gStopSignal != 0 ? 128 + static_cast<int>(gStopSignal) : kExitOk;
 }
 
 } // namespace vantelo_sounds::cli
