@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
+#include <optional>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -138,6 +139,10 @@ struct Decoder::Impl {
     std::size_t pendingBegin = 0;
     std::size_t pendingEnd = 0;
 
+    std::size_t framesOut = 0; // frames handed out so far
+    // MP4 states its exact length (edit list) but FFmpeg does not cut the AAC padding at the
+    // end; without this a looping M4A would have a gap of up to one AAC frame.
+    std::optional<std::size_t> frameLimit;
     bool inputEnded = false; // the flush packet was sent
     bool decoderDrained = false;
     bool ended = false;
@@ -513,6 +518,11 @@ OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
     if (!std::isfinite(info.durationEstimate) || info.durationEstimate < 0) {
         info.durationEstimate = 0;
     }
+    if (info.container == "mov,mp4,m4a,3gp,3g2,mj2" && audio->duration != AV_NOPTS_VALUE &&
+        audio->duration > 0) {
+        impl->frameLimit = static_cast<std::size_t>(
+            av_rescale_q(audio->duration, audio->time_base, AVRational{1, kMixRate}));
+    }
     return std::unique_ptr<Decoder>(new Decoder(std::move(impl)));
 }
 
@@ -520,11 +530,19 @@ std::size_t Decoder::decodeInto(SoundData& out, std::size_t maxFrames) {
     Impl& d = *mImpl;
     std::size_t done = 0;
     while (done < maxFrames && !d.ended) {
+        if (d.frameLimit && d.framesOut >= *d.frameLimit) {
+            d.ended = true; // the rest is the encoder's padding
+            break;
+        }
         if (d.pendingBegin < d.pendingEnd) {
-            const std::size_t wanted = std::min(maxFrames - done, d.pendingEnd - d.pendingBegin);
+            std::size_t wanted = std::min(maxFrames - done, d.pendingEnd - d.pendingBegin);
+            if (d.frameLimit) {
+                wanted = std::min(wanted, *d.frameLimit - d.framesOut);
+            }
             const std::size_t taken =
                 out.append(d.pending.data() + d.pendingBegin * d.channels(), wanted);
             d.pendingBegin += taken;
+            d.framesOut += taken;
             done += taken;
             if (taken < wanted) {
                 d.fail("the sound is longer than the memory allowed for it");
