@@ -205,6 +205,9 @@ std::string SoundFixtures::bad(BadFile kind) {
     case BadFile::wavManyChannels:
         return writeBytes("channels65535.wav",
                           wavHeader(48000, 65535, 16, false, 4000) + std::string(4000, '\0'));
+    case BadFile::wavHugeDataSize:
+        return writeBytes("huge-claim.wav",
+                          wavHeader(48000, 1, 16, false, 0xFFFFFFF0u) + std::string(56, '\x10'));
     case BadFile::m4aOnlyFtyp: {
         const std::string m4a = encoded("for-ftyp.m4a", AudioFileFormat::m4a, 440, 0.5);
         const std::string bytes = readBytes(m4a);

@@ -31,6 +31,7 @@ public:
         mp3NamedWav,            ///< good MP3 data in a file named .wav
         wavRateZero,            ///< a WAV header declaring 0 Hz
         wavManyChannels,        ///< a WAV header declaring 65535 channels
+        wavHugeDataSize,        ///< a WAV declaring 4 GB of samples, holding 28
         m4aOnlyFtyp,            ///< the ftyp box of an M4A and nothing else
         protectedM4p,           ///< an M4A whose sample entry is marked DRM ('drms'), named .m4p
         danglingSymlink,        ///< a symlink to nothing

@@ -183,6 +183,16 @@ TEST_F(SoundCacheTest, SoundLongerThanTheBudgetIsRefused) {
     EXPECT_EQ(cache.entries(), 0u);
 }
 
+TEST_F(SoundCacheTest, HeaderClaimingBillionsOfSamplesCostsWhatTheFileHolds) {
+    SoundCache cache(bytesOfSeconds(1.0, 1));
+    auto sound = loaded(cache, fixtures.bad(SoundFixtures::BadFile::wavHugeDataSize));
+    ASSERT_TRUE(sound);
+    cache.waitIdle();
+    EXPECT_TRUE(sound->isComplete());
+    EXPECT_EQ(sound->frames(), 28u);
+    EXPECT_LE(cache.bytes(), bytesOfSeconds(1.0, 1));
+}
+
 TEST_F(SoundCacheTest, DestroyingWithPendingDecodesEndsThem) {
     std::shared_ptr<const SoundData> sound;
     {
