@@ -1,0 +1,91 @@
+// What starting a sound costs on the control thread: a cached sound (cache look-up and a voice
+// queued for the audio thread) and a 3 s AAC file no cache has seen (open, decode the head far
+// enough for the first block, queue the voice; the rest decodes ahead on the cache's worker).
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <numbers>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "engine/Engine.hpp"
+#include "engine/codec/AudioFileWriter.hpp"
+#include "engine/output/ManualOutput.hpp"
+#include "engine/sound/SoundData.hpp"
+
+namespace {
+
+using namespace vantelo_sounds::engine;
+
+// A tone file made once per process in a temporary folder.
+std::string makeTone(const std::string& name, AudioFileFormat format, double seconds,
+                     int channels) {
+    static const std::filesystem::path dir = [] {
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "player_bench_XXXXXX").string();
+        return std::filesystem::path(mkdtemp(pattern.data()));
+    }();
+    const std::string path = (dir / name).string();
+    const auto frames = static_cast<std::size_t>(seconds * 44100);
+    std::vector<float> samples(frames * static_cast<std::size_t>(channels));
+    for (std::size_t i = 0; i < frames; ++i) {
+        const auto s = static_cast<float>(
+            0.5 * std::sin(2.0 * std::numbers::pi * 440.0 * static_cast<double>(i) / 44100.0));
+        for (int c = 0; c < channels; ++c) {
+            samples[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(c)] = s;
+        }
+    }
+    AudioFileWriter writer;
+    if (writer.open(path, format, 44100, channels) || writer.write(samples.data(), frames) ||
+        writer.close()) {
+        std::abort();
+    }
+    return path;
+}
+
+void startCachedSound(benchmark::State& state) {
+    const std::string path = makeTone("cached.wav", AudioFileFormat::wavFloat, 1.0, 1);
+    Engine engine(std::make_unique<ManualOutput>());
+    if (!engine.load(path)) {
+        state.SkipWithError("cannot load");
+        return;
+    }
+    engine.cache().waitIdle();
+    for (auto _ : state) {
+        auto data = engine.load(path);
+        auto voice = engine.start(std::move(data).value(), {0.0f, 1.0f, 0});
+        benchmark::DoNotOptimize(voice);
+        state.PauseTiming();
+        engine.stop(*voice);
+        engine.renderUntil(engine.renderedFrame() + 512);
+        engine.drainEvents([](const VoiceEnded&) {});
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(startCachedSound);
+
+void startUndecodedAac(benchmark::State& state) {
+    const std::string path = makeTone("cold.m4a", AudioFileFormat::m4a, 3.0, 2);
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto engine = std::make_unique<Engine>(std::make_unique<ManualOutput>());
+        state.ResumeTiming();
+        auto loaded = engine->load(path);
+        if (!loaded) {
+            state.SkipWithError("cannot load");
+            return;
+        }
+        loaded.value()->waitForFrames(ManualOutput::kBlockFrames);
+        auto voice = engine->start(std::move(loaded).value(), {0.0f, 1.0f, 0});
+        benchmark::DoNotOptimize(voice);
+        state.PauseTiming();
+        engine.reset();
+        state.ResumeTiming();
+    }
+    state.SetLabel("open + first block decoded + voice queued");
+}
+BENCHMARK(startUndecodedAac)->Unit(benchmark::kMillisecond);
+
+} // namespace
