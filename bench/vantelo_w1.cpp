@@ -130,7 +130,14 @@ int workload(const std::string& dir, int voices, double seconds, long startRss) 
     for (const char* name : kFiles) {
         files.push_back(loadOrDie(cache, dir + "/" + name));
     }
-    cache.waitIdle(); // every file wholly decoded, as the peers do up front
+    // Every file wholly decoded, as the peers do up front.
+    for (const auto& data : files) {
+        data->waitForFrames(data->maxFrames());
+        if (data->failed()) {
+            std::fprintf(stderr, "a file failed to decode\n");
+            return 1;
+        }
+    }
     const double loadWall = wallNow() - w0;
     const double loadCpu = cpuNow() - c0;
 
