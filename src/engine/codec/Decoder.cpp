@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <optional>
 #include <string_view>
 #include <sys/stat.h>
@@ -84,6 +85,35 @@ std::int64_t seekFile(void* opaque, std::int64_t offset, int whence) {
     }
     const off_t position = ::lseek(fd, static_cast<off_t>(offset), whence & ~AVSEEK_FORCE);
     return position < 0 ? AVERROR(errno) : static_cast<std::int64_t>(position);
+}
+
+// The allowed containers whose first bytes say exactly what they are. Recognising them here
+// skips asking every demuxer FFmpeg has (a third of the cost of opening a file); everything
+// else, MP3 and ADTS among them, goes through FFmpeg's probe.
+const AVInputFormat* bySignature(int fd) {
+    unsigned char head[12] = {};
+    const ssize_t n = ::pread(fd, head, sizeof head, 0);
+    if (n < static_cast<ssize_t>(sizeof head)) {
+        return nullptr;
+    }
+    const auto is = [&](std::size_t at, const char* tag) {
+        return std::memcmp(head + at, tag, 4) == 0;
+    };
+    const char* name = nullptr;
+    if (is(0, "RIFF") && is(8, "WAVE")) {
+        name = "wav";
+    } else if (is(4, "ftyp")) {
+        name = "mov";
+    } else if (is(0, "OggS")) {
+        name = "ogg";
+    } else if (is(0, "fLaC")) {
+        name = "flac";
+    } else if (is(0, "FORM") && (is(8, "AIFF") || is(8, "AIFC"))) {
+        name = "aiff";
+    } else if (is(0, "caff")) {
+        name = "caf";
+    }
+    return name == nullptr ? nullptr : av_find_input_format(name);
 }
 
 struct Dictionary {
@@ -414,8 +444,11 @@ OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
     // The name FFmpeg sees is only a hint (and the base of any nested open, which the protocol
     // whitelist then limits to plain files). The content decides the format.
     const std::string url = "file:" + path;
-    const AVInputFormat* probed = nullptr;
-    int rc = av_probe_input_buffer2(io, &probed, url.c_str(), nullptr, 0, 0);
+    const AVInputFormat* probed = bySignature(impl->file.fd);
+    int rc = 0;
+    if (probed == nullptr) {
+        rc = av_probe_input_buffer2(io, &probed, url.c_str(), nullptr, 0, 0);
+    }
     if (rc < 0 || probed == nullptr) {
         if (rc == AVERROR_INVALIDDATA || probed == nullptr) {
             return OpenError{OpenErrorKind::notAudio, "Invalid data found when processing input"};
