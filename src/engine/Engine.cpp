@@ -205,7 +205,7 @@ Engine::OutputChange Engine::pollOutput() {
         mFallback = std::make_unique<NullOutput>();
         std::string ignored;
         mFallback->start(mMixer, ignored);
-        mReopenDelay = std::chrono::milliseconds(1000);
+        mReopenDelay = mFirstReopenDelay;
         mNextReopen = std::chrono::steady_clock::now() + mReopenDelay;
         return OutputChange::lost;
     }
@@ -223,7 +223,8 @@ Engine::OutputChange Engine::pollOutput() {
     }
     std::string ignored;
     mFallback->start(mMixer, ignored);
-    mReopenDelay = std::min(mReopenDelay * 2, kMaxReopenDelay);
+    mReopenDelay =
+        std::min(std::max(mReopenDelay * 2, std::chrono::milliseconds(1)), kMaxReopenDelay);
     mNextReopen = now + mReopenDelay;
     return OutputChange::none;
 }

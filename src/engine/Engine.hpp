@@ -90,6 +90,12 @@ public:
     OutputChange pollOutput();
     /// True while the null output stands in for an output that failed or was lost.
     bool isFallingBack() const noexcept { return mFallback != nullptr; }
+    /// How long after a loss or a failed start the output is first tried again (doubling after
+    /// each failure, up to 30 s). 1 s unless set.
+    void setReopenDelay(std::chrono::milliseconds delay) noexcept {
+        mFirstReopenDelay = delay;
+        mNextReopen = std::chrono::steady_clock::now() + delay;
+    }
     /// The output rendering now: "sdl", "null", "wav", "manual".
     const char* outputName() const noexcept;
     /// Why the output given to the constructor could not start (empty when it did).
@@ -122,6 +128,7 @@ private:
     std::size_t mNextSlot = 0;
     std::string mStartError;
     std::chrono::steady_clock::time_point mNextReopen;
+    std::chrono::milliseconds mFirstReopenDelay{1000};
     std::chrono::milliseconds mReopenDelay{1000};
 };
 

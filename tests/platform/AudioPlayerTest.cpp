@@ -326,3 +326,48 @@ TEST_F(AudioPlayerTest, AnEmptyURLIsNotAFileURL) {
 
 } // namespace
 } // namespace vantelo_sounds
+
+namespace vantelo_sounds {
+namespace {
+
+// Real time, no device: the null output paces the mix, and the end still comes on the loop's
+// thread. Bounded by the loop's own deadline; takes about 0.1 s.
+TEST(AudioPlayerRealTimeTest, OnTheNullOutputTheEndStillArrivesOnTheLoopThread) {
+    test::SoundFixtures fixtures;
+    RunLoop& loop = RunLoop::resetMain(std::make_shared<SteadyClock>());
+    OutputConfig config;
+    config.kind = OutputConfig::Kind::null;
+    AudioSystem& system = AudioSystem::reset(config);
+    ASSERT_STREQ(system.outputName(), "null");
+
+    class StopOnFinish final : public AudioPlayerDelegate {
+    public:
+        int calls = 0;
+        std::thread::id thread;
+        void audioPlayerDidFinishPlaying(const std::shared_ptr<AudioPlayer>&, bool) override {
+            ++calls;
+            thread = std::this_thread::get_id();
+            RunLoop::main().stop();
+        }
+    } delegate;
+    auto created = AudioPlayer::create(
+        FileURL::fileURLWithPath(fixtures.tone("short.wav", 440.0, 0.1, 48000, 1, 0.5f)));
+    ASSERT_TRUE(created);
+    auto p = created.value();
+    p->setDelegate(&delegate);
+    ASSERT_TRUE(p->play());
+    const Duration started = loop.now();
+    loop.runUntil(started + seconds(5.0));
+    EXPECT_EQ(delegate.calls, 1);
+    EXPECT_EQ(delegate.thread, std::this_thread::get_id());
+    EXPECT_FALSE(p->isPlaying());
+    EXPECT_GE(loop.now() - started, seconds(0.07));
+    EXPECT_LT(loop.now() - started, seconds(2.0));
+
+    RunLoop::resetMainManual();
+    config.kind = OutputConfig::Kind::manual;
+    AudioSystem::reset(config);
+}
+
+} // namespace
+} // namespace vantelo_sounds

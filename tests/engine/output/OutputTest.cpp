@@ -1,6 +1,7 @@
 // Outputs: the WAV writer's file, the manual output rendering into one, and the real-time outputs
 // (null, and SDL with its dummy driver) delivering ends without a sound card. Real-time cases
 // wait, bounded, for the output's own thread; they never need a device.
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -137,6 +138,59 @@ TEST_F(OutputTest, TheSdlOutputRendersWithTheDummyDriver) {
     ASSERT_TRUE(ended);
     EXPECT_GE(engine.renderedFrame(), 2400u);
     EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::none);
+}
+
+} // namespace
+} // namespace vantelo_sounds::engine
+
+namespace vantelo_sounds::engine {
+namespace {
+
+// A device that can be unplugged by the test.
+class FaultOutput final : public Output {
+public:
+    std::atomic<bool> unplugged{false};
+    int starts = 0;
+    const char* name() const noexcept override { return "fault"; }
+    bool start(Mixer&, std::string& error) override {
+        ++starts;
+        if (unplugged) {
+            error = "no device";
+            return false;
+        }
+        return true;
+    }
+    void stop() noexcept override {}
+    bool lost() const noexcept override { return unplugged; }
+};
+
+TEST(OutputFallbackTest, ALostDeviceFallsBackToTheNullOutputAndComesBackWhenItReturns) {
+    auto output = std::make_unique<FaultOutput>();
+    FaultOutput& device = *output;
+    Engine engine(std::move(output));
+    engine.setReopenDelay(std::chrono::milliseconds(0));
+    EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::none);
+
+    device.unplugged = true;
+    EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::lost);
+    EXPECT_STREQ(engine.outputName(), "null");
+    // The null output keeps the mix going: a voice still ends.
+    ASSERT_TRUE(engine.start(shortTone(), {}));
+    EXPECT_TRUE(awaitEnd(engine, std::chrono::seconds(5)));
+    // Reopening fails while unplugged, and the null output stays.
+    EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::none);
+    EXPECT_STREQ(engine.outputName(), "null");
+
+    device.unplugged = false;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    Engine::OutputChange change = Engine::OutputChange::none;
+    while (change == Engine::OutputChange::none && std::chrono::steady_clock::now() < deadline) {
+        change = engine.pollOutput();
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(change, Engine::OutputChange::restored);
+    EXPECT_STREQ(engine.outputName(), "fault");
+    EXPECT_GE(device.starts, 2);
 }
 
 } // namespace
