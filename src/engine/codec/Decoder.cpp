@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -18,7 +19,6 @@
 
 extern "C" {
 #include <libavutil/channel_layout.h>
-#include <libavutil/encryption_info.h>
 }
 
 namespace vantelo_sounds::engine {
