@@ -20,7 +20,7 @@ std::size_t bytesPerFrame(int channels) {
 } // namespace
 
 SoundCache::SoundCache(std::size_t byteBudget)
-    : mBudget(std::max<std::size_t>(byteBudget, SoundData::kChunkFrames * bytesPerFrame(2)))
+    : mBudget(std::max<std::size_t>(byteBudget, SoundData::kFirstChunkFrames * bytesPerFrame(2)))
     , mWorker([this] { workerLoop(); }) {}
 
 SoundCache::~SoundCache() {

@@ -1,33 +1,49 @@
 #include "engine/sound/SoundData.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace vantelo_sounds::engine {
 
 SoundData::SoundData(int channels, std::size_t maxFrames)
     : mChannels(std::clamp(channels, 1, 2))
-    , mMaxFrames(maxFrames)
-    , mChunks((maxFrames + kChunkFrames - 1) / kChunkFrames) {}
+    , mMaxFrames(std::min(maxFrames, kFirstChunkFrames * ((std::size_t{1} << kMaxChunks) - 1))) {}
+
+std::size_t SoundData::chunkOf(std::size_t frame, std::size_t& offset) noexcept {
+    // Chunk k starts at kFirstChunkFrames * (2^k - 1).
+    const std::size_t chunk = std::bit_width(frame / kFirstChunkFrames + 1) - 1;
+    offset = frame - kFirstChunkFrames * ((std::size_t{1} << chunk) - 1);
+    return chunk;
+}
+
+std::size_t SoundData::storageFramesFor(std::size_t frames) noexcept {
+    if (frames == 0) {
+        return 0;
+    }
+    std::size_t offset = 0;
+    const std::size_t last = chunkOf(frames - 1, offset);
+    return kFirstChunkFrames * ((std::size_t{2} << last) - 1);
+}
 
 std::size_t SoundData::append(const float* interleaved, std::size_t frames) {
+    const auto channels = static_cast<std::size_t>(mChannels);
     const std::size_t room = mMaxFrames - mAvailable.load(std::memory_order_relaxed);
     const std::size_t total = std::min(frames, room);
     std::size_t done = 0;
     while (done < total) {
-        if (mWriteOffset == kChunkFrames) {
+        if (mWriteOffset == chunkFrames(mWriteChunk)) {
             ++mWriteChunk;
             mWriteOffset = 0;
         }
         auto& chunk = mChunks[mWriteChunk];
         if (!chunk) {
-            chunk = std::make_unique<float[]>(kChunkFrames * static_cast<std::size_t>(mChannels));
-            mAllocatedChunks.fetch_add(1, std::memory_order_relaxed);
+            chunk = std::make_unique<float[]>(chunkFrames(mWriteChunk) * channels);
+            mStorageFrames.fetch_add(chunkFrames(mWriteChunk), std::memory_order_relaxed);
         }
-        const std::size_t n = std::min(total - done, kChunkFrames - mWriteOffset);
-        std::memcpy(chunk.get() + mWriteOffset * static_cast<std::size_t>(mChannels),
-                    interleaved + done * static_cast<std::size_t>(mChannels),
-                    n * static_cast<std::size_t>(mChannels) * sizeof(float));
+        const std::size_t n = std::min(total - done, chunkFrames(mWriteChunk) - mWriteOffset);
+        std::memcpy(chunk.get() + mWriteOffset * channels, interleaved + done * channels,
+                    n * channels * sizeof(float));
         mWriteOffset += n;
         done += n;
         mAvailable.fetch_add(n, std::memory_order_release);
@@ -54,9 +70,9 @@ const float* SoundData::framesAt(std::size_t frame, std::size_t& contiguous) con
         contiguous = 0;
         return nullptr;
     }
-    const std::size_t chunk = frame / kChunkFrames;
-    const std::size_t offset = frame % kChunkFrames;
-    contiguous = std::min(kChunkFrames - offset, available - frame);
+    std::size_t offset = 0;
+    const std::size_t chunk = chunkOf(frame, offset);
+    contiguous = std::min(chunkFrames(chunk) - offset, available - frame);
     return mChunks[chunk].get() + offset * static_cast<std::size_t>(mChannels);
 }
 
@@ -77,8 +93,8 @@ std::size_t SoundData::read(std::size_t frame, float* out, std::size_t count) co
 }
 
 std::size_t SoundData::bytes() const noexcept {
-    return mAllocatedChunks.load(std::memory_order_relaxed) * kChunkFrames *
-           static_cast<std::size_t>(mChannels) * sizeof(float);
+    return mStorageFrames.load(std::memory_order_relaxed) * static_cast<std::size_t>(mChannels) *
+           sizeof(float);
 }
 
 void SoundData::waitForFrames(std::size_t frames) const {

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 namespace vantelo_sounds::engine {
 
@@ -14,12 +14,16 @@ inline constexpr int kMixRate = 48000;
 
 /// The PCM of one sound at the mixer's rate: 32-bit float, interleaved, 1 (mono) or 2 (stereo)
 /// channels. One producer (the decoder or the speech worker) appends while readers, the audio
-/// thread among them, read what is already there. Storage is a table of fixed-size chunks made up
-/// front, so nothing a reader sees ever moves and reading needs no lock.
+/// thread among them, read what is already there. Storage is a short fixed table of chunks that
+/// double in size (4096 frames, then 8192, ...), so a click costs 16 KB, a long sound needs few
+/// chunks, nothing a reader sees ever moves, and reading needs no lock.
 class SoundData {
 public:
-    /// Frames per chunk (about 0.34 s at 48 kHz).
-    static constexpr std::size_t kChunkFrames = 16384;
+    /// Frames in the first chunk (about 85 ms at 48 kHz); chunk k holds kFirstChunkFrames << k.
+    static constexpr std::size_t kFirstChunkFrames = 4096;
+    /// Chunks in the table: room for kFirstChunkFrames * (2^kMaxChunks - 1) frames, far more than
+    /// any budget allows.
+    static constexpr std::size_t kMaxChunks = 32;
 
     /// `maxFrames` bounds the memory the sound may take; appends beyond it are refused.
     SoundData(int channels, std::size_t maxFrames);
@@ -28,6 +32,9 @@ public:
 
     int channels() const noexcept { return mChannels; }
     std::size_t maxFrames() const noexcept { return mMaxFrames; }
+
+    /// Frames of storage a sound of `frames` frames occupies (whole chunks).
+    static std::size_t storageFramesFor(std::size_t frames) noexcept;
 
     // ---- producer (one thread at a time) --------------------------------------------------
     /// Appends interleaved frames; returns how many were taken (fewer once maxFrames is reached).
@@ -57,13 +64,19 @@ public:
     void waitForFrames(std::size_t frames) const;
 
 private:
+    /// The chunk that holds `frame`, and the frame's offset in it.
+    static std::size_t chunkOf(std::size_t frame, std::size_t& offset) noexcept;
+    static std::size_t chunkFrames(std::size_t chunk) noexcept {
+        return kFirstChunkFrames << chunk;
+    }
+
     const int mChannels;
     const std::size_t mMaxFrames;
-    std::vector<std::unique_ptr<float[]>> mChunks; // sized once; entries filled by the producer
+    std::array<std::unique_ptr<float[]>, kMaxChunks> mChunks; // filled by the producer
     std::size_t mWriteChunk = 0;
     std::size_t mWriteOffset = 0; // frames in the chunk being written
     std::atomic<std::size_t> mAvailable{0};
-    std::atomic<std::size_t> mAllocatedChunks{0};
+    std::atomic<std::size_t> mStorageFrames{0};
     std::atomic<bool> mComplete{false};
     std::atomic<bool> mFailed{false};
     mutable std::mutex mWaitMutex;

@@ -26,8 +26,7 @@ using engine::SoundData;
 
 std::size_t bytesOfSeconds(double seconds, int channels) {
     const auto frames = static_cast<std::size_t>(seconds * engine::kMixRate);
-    const std::size_t chunks = (frames + SoundData::kChunkFrames - 1) / SoundData::kChunkFrames;
-    return chunks * SoundData::kChunkFrames * static_cast<std::size_t>(channels) * sizeof(float);
+    return SoundData::storageFramesFor(frames) * static_cast<std::size_t>(channels) * sizeof(float);
 }
 
 class SoundCacheTest : public ::testing::Test {

@@ -1,0 +1,77 @@
+// SoundData: frames written in pieces of any size read back exactly across its growing chunks,
+// the bound on frames holds, and memory grows chunk by chunk.
+#include "engine/sound/SoundData.hpp"
+
+#include <numeric>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace vantelo_sounds::engine {
+namespace {
+
+std::vector<float> ramp(std::size_t frames, int channels, float from = 0.0f) {
+    std::vector<float> samples(frames * static_cast<std::size_t>(channels));
+    std::iota(samples.begin(), samples.end(), from);
+    return samples;
+}
+
+class SoundDataPieces : public ::testing::TestWithParam<std::size_t> {};
+
+TEST_P(SoundDataPieces, ReadsBackEveryFrameAcrossChunks) {
+    const std::size_t total = SoundData::kFirstChunkFrames * 7 + 123;
+    const auto source = ramp(total, 2);
+    SoundData data(2, total);
+    for (std::size_t done = 0; done < total;) {
+        const std::size_t n = std::min(GetParam(), total - done);
+        ASSERT_EQ(data.append(source.data() + done * 2, n), n);
+        done += n;
+    }
+    data.finish(true);
+    ASSERT_EQ(data.availableFrames(), total);
+
+    std::vector<float> back(total * 2);
+    ASSERT_EQ(data.read(0, back.data(), total), total);
+    EXPECT_EQ(back, source);
+    // Contiguous runs end exactly at chunk edges: 4096, then 8192 more, ...
+    std::size_t contiguous = 0;
+    EXPECT_NE(data.framesAt(SoundData::kFirstChunkFrames - 1, contiguous), nullptr);
+    EXPECT_EQ(contiguous, 1u);
+    EXPECT_EQ(*data.framesAt(SoundData::kFirstChunkFrames, contiguous),
+              source[SoundData::kFirstChunkFrames * 2]);
+    EXPECT_EQ(contiguous, 2 * SoundData::kFirstChunkFrames);
+    EXPECT_EQ(data.bytes(), SoundData::storageFramesFor(total) * 2 * sizeof(float));
+}
+
+INSTANTIATE_TEST_SUITE_P(PieceSizes, SoundDataPieces, ::testing::Values(1, 1000, 4096, 10007));
+
+TEST(SoundDataTest, RefusesFramesBeyondItsBoundAndCostsLittleWhenShort) {
+    SoundData data(1, 100);
+    const auto source = ramp(150, 1);
+    EXPECT_EQ(data.append(source.data(), 150), 100u);
+    EXPECT_EQ(data.append(source.data(), 1), 0u);
+    EXPECT_EQ(data.bytes(), SoundData::kFirstChunkFrames * sizeof(float));
+    std::size_t contiguous = 0;
+    EXPECT_EQ(data.framesAt(100, contiguous), nullptr);
+    EXPECT_EQ(contiguous, 0u);
+}
+
+TEST(SoundDataTest, AReaderWaitingForFramesWakesWhenTheyArrive) {
+    SoundData data(1, 10000);
+    const auto source = ramp(5000, 1);
+    std::thread producer([&] {
+        for (std::size_t done = 0; done < 5000; done += 500) {
+            data.append(source.data() + done, 500);
+        }
+        data.finish(true);
+    });
+    data.waitForFrames(4000);
+    EXPECT_GE(data.availableFrames(), 4000u);
+    data.waitForFrames(100000);
+    EXPECT_TRUE(data.isComplete());
+    producer.join();
+}
+
+} // namespace
+} // namespace vantelo_sounds::engine
