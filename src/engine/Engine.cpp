@@ -15,13 +15,16 @@ namespace {
 // lets the voice wait silently instead.
 constexpr auto kSourceWaitLimit = std::chrono::seconds(10);
 constexpr auto kMaxReopenDelay = std::chrono::milliseconds(30000);
+// Plays of one file within this time of each other trust the cache's last look at the file
+// (a burst of gunshots costs no system call); a file rewritten on disk is picked up after it.
+constexpr auto kCacheRecheckAfter = std::chrono::milliseconds(50);
 
 } // namespace
 
 Engine::Engine(std::unique_ptr<Output> output, std::size_t voices, std::size_t cacheBytes)
     : mMixer(voices)
     , mOutput(std::move(output))
-    , mCache(std::make_unique<SoundCache>(cacheBytes))
+    , mCache(std::make_unique<SoundCache>(cacheBytes, kCacheRecheckAfter))
     , mSlots(voices) {
     if (!mOutput) {
         mOutput = std::make_unique<NullOutput>();

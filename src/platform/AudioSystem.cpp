@@ -152,7 +152,11 @@ AudioSystem::startVoice(std::shared_ptr<const engine::SoundData> data, engine::V
         record.generation = voice->generation;
         record.onEnd = std::move(onEnd);
         record.keepAlive = std::move(keepAlive);
-        mLoop.wake();
+        // A loop that sleeps on another thread must start polling for this voice's end; the loop
+        // itself asks pollInterval() before it next waits.
+        if (!mLoop.isLoopThread()) {
+            mLoop.wake();
+        }
     }
     return voice;
 }

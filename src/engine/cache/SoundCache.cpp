@@ -19,8 +19,9 @@ std::size_t bytesPerFrame(int channels) {
 
 } // namespace
 
-SoundCache::SoundCache(std::size_t byteBudget)
-    : mBudget(std::max<std::size_t>(byteBudget, SoundData::kFirstChunkFrames * bytesPerFrame(2)))
+SoundCache::SoundCache(std::size_t byteBudget, std::chrono::nanoseconds recheckAfter)
+    : mRecheckAfter(recheckAfter)
+    , mBudget(std::max<std::size_t>(byteBudget, SoundData::kFirstChunkFrames * bytesPerFrame(2)))
     , mWorker([this] { workerLoop(); }) {}
 
 SoundCache::~SoundCache() {
@@ -36,6 +37,15 @@ SoundCache::~SoundCache() {
 }
 
 OpenResult<std::shared_ptr<const SoundData>> SoundCache::load(const std::string& path) {
+    const auto now = std::chrono::steady_clock::now();
+    if (mRecheckAfter > std::chrono::nanoseconds::zero()) {
+        std::lock_guard lock(mMutex);
+        auto found = mEntries.find(path);
+        if (found != mEntries.end() && now - found->second.checkedAt < mRecheckAfter) {
+            mLru.splice(mLru.begin(), mLru, found->second.lruPosition);
+            return std::shared_ptr<const SoundData>(found->second.data);
+        }
+    }
     auto stamp = checkRegularFile(path);
     {
         std::lock_guard lock(mMutex);
@@ -44,6 +54,7 @@ OpenResult<std::shared_ptr<const SoundData>> SoundCache::load(const std::string&
             Entry& entry = found->second;
             if (stamp && entry.size == stamp.value().size &&
                 entry.mtimeNs == stamp.value().mtimeNs) {
+                entry.checkedAt = now;
                 mLru.splice(mLru.begin(), mLru, entry.lruPosition);
                 return std::shared_ptr<const SoundData>(entry.data);
             }
@@ -86,6 +97,7 @@ OpenResult<std::shared_ptr<const SoundData>> SoundCache::load(const std::string&
     entry.path = path;
     entry.size = stamp.value().size;
     entry.mtimeNs = stamp.value().mtimeNs;
+    entry.checkedAt = now;
     entry.data = data;
     entry.lruPosition = mLru.begin();
     mEntries.emplace(path, std::move(entry));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -27,10 +28,15 @@ class SoundData;
 /// the bytes exceed the budget. A sound that alone would exceed the budget is refused (tooLarge)
 /// when its header says so, and is cut off at the budget (failed()) when the header under-states.
 ///
+/// A hit checks the file's size and modification time with one stat, unless the same path was
+/// checked less than `recheckAfter` ago: a burst of plays of one sound then costs no system call
+/// at all, and a file rewritten on disk is still noticed on the first play after that pause.
+///
 /// load(), waitIdle(), bytes() and entries() are safe to call from any thread.
 class SoundCache {
 public:
-    explicit SoundCache(std::size_t byteBudget = std::size_t{256} << 20);
+    explicit SoundCache(std::size_t byteBudget = std::size_t{256} << 20,
+                        std::chrono::nanoseconds recheckAfter = std::chrono::nanoseconds::zero());
     ~SoundCache(); ///< stops and joins the decode-ahead worker; pending sounds finish as failed
     SoundCache(const SoundCache&) = delete;
     SoundCache& operator=(const SoundCache&) = delete;
@@ -56,6 +62,7 @@ private:
         std::string path;
         std::uint64_t size = 0;
         std::int64_t mtimeNs = 0;
+        std::chrono::steady_clock::time_point checkedAt;
         std::shared_ptr<SoundData> data;
         std::list<std::string>::iterator lruPosition;
     };
@@ -68,6 +75,7 @@ private:
     void evictLocked();
     std::size_t bytesLocked() const;
 
+    const std::chrono::nanoseconds mRecheckAfter;
     const std::size_t mBudget;
     mutable std::mutex mMutex;
     std::condition_variable mWork;

@@ -70,6 +70,21 @@ TEST_F(SoundCacheTest, ChangedFileIsDecodedAgain) {
     EXPECT_EQ(cache.entries(), 1u);
 }
 
+TEST_F(SoundCacheTest, RecentlyCheckedFileIsTrustedUntilTheRecheckTime) {
+    SoundCache cache(std::size_t{64} << 20, std::chrono::hours(1));
+    const std::string file = fixtures.tone("burst.wav", 440, 0.5);
+    auto first = loaded(cache, file);
+    cache.waitIdle();
+    fixtures.tone("burst.wav", 880, 0.25);
+    EXPECT_EQ(loaded(cache, file).get(), first.get()) << "no stat within the recheck time";
+
+    SoundCache strict(std::size_t{64} << 20, std::chrono::nanoseconds(1));
+    auto before = loaded(strict, file);
+    strict.waitIdle();
+    fixtures.tone("burst.wav", 440, 0.5);
+    EXPECT_NE(loaded(strict, file).get(), before.get()) << "checked again after it";
+}
+
 TEST_F(SoundCacheTest, EvictionSparesSoundsInUse) {
     // Room for about two one-second mono sounds.
     SoundCache cache(bytesOfSeconds(1.0, 1) * 2);
