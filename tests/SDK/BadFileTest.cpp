@@ -53,6 +53,8 @@ INSTANTIATE_TEST_SUITE_P(
                       BadCase{"concatScript", SoundFixtures::BadFile::concatScript, 5},
                       BadCase{"hlsPlaylist", SoundFixtures::BadFile::hlsPlaylist, 5},
                       BadCase{"m4aOnlyFtyp", SoundFixtures::BadFile::m4aOnlyFtyp, 7},
+                      BadCase{"truncatedM4a", SoundFixtures::BadFile::truncatedM4a, 7},
+                      BadCase{"wavRateZero", SoundFixtures::BadFile::wavRateZero, 7},
                       BadCase{"protectedM4p", SoundFixtures::BadFile::protectedM4p, 6},
                       BadCase{"danglingSymlink", SoundFixtures::BadFile::danglingSymlink, 1}),
     [](const auto& p) { return std::string(p.param.name); });
