@@ -140,6 +140,21 @@ TEST_F(PlayQueueTest, PerFileLimitFiringInsideTheQueueStepDoesNotDeadlock) {
     EXPECT_EQ(table().size(), 8u);
 }
 
+TEST_F(PlayQueueTest, CompletionsMayPlayAndStopSoundsThemselves) {
+    manager().play(settingsFor(c, 0, 1, false, true), completionNoting("c"));
+    manager().play(queued(a), [&] {
+        manager().stop(settingsFor(c));
+        manager().play(queued(b), completionNoting("b"));
+        manager().play(queued(a), completionNoting("a again"));
+    });
+    advance(2.0);
+    EXPECT_EQ(completions("c"), 1);
+    EXPECT_EQ(completions("b"), 1);
+    EXPECT_EQ(completions("a again"), 1);
+    EXPECT_TRUE(playQueue().empty());
+    EXPECT_TRUE(table().empty());
+}
+
 TEST_F(PlayQueueTest, CallsFromAnotherThreadRunOnTheLoopThread) {
     auto completion = completionNoting("a");
     manager();
