@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "engine/mix/MixKernel.hpp"
 #include "engine/sound/SoundData.hpp"
 
 namespace vantelo_sounds::engine {
@@ -11,17 +12,6 @@ namespace {
 
 std::uint64_t packState(std::uint32_t generation, Mixer::VoiceState state) noexcept {
     return (static_cast<std::uint64_t>(generation) << 8) | static_cast<std::uint64_t>(state);
-}
-
-// The last line of defence before a device or a file: NaN becomes silence, everything else is
-// clamped to full scale.
-void sanitizeOutput(float* samples, std::size_t count) noexcept {
-    for (std::size_t i = 0; i < count; ++i) {
-        const float x = samples[i];
-        if (!(x >= -1.0f && x <= 1.0f)) {
-            samples[i] = x != x ? 0.0f : (x > 0.0f ? 1.0f : -1.0f);
-        }
-    }
 }
 
 } // namespace
@@ -195,7 +185,9 @@ std::size_t Mixer::renderImpl(float* out, std::size_t frames, bool stopAtEnd) no
             break;
         }
     }
-    sanitizeOutput(out, done * 2);
+    // The last line of defence before a device or a file: NaN becomes silence, everything else
+    // is clamped to full scale.
+    MixKernel::clampToFullScale(out, done * 2);
     std::size_t active = 0;
     for (const Voice& voice : mVoices) {
         active += voice.state != Voice::State::free ? 1 : 0;

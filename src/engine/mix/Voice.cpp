@@ -5,6 +5,7 @@
 #include <limits>
 #include <numbers>
 
+#include "engine/mix/MixKernel.hpp"
 #include "engine/sound/SoundData.hpp"
 
 namespace vantelo_sounds::engine {
@@ -197,18 +198,13 @@ bool Voice::mix(float* out, std::size_t frames, std::size_t& endOffset,
                 }
             }
         } else {
+            // Steady state: constant gains over a whole contiguous run of the source.
             const float l = gain[0] * envelope;
             const float r = gain[1] * envelope;
             if (stereo) {
-                for (std::size_t i = 0; i < n; ++i) {
-                    dst[2 * i] += src[2 * i] * l;
-                    dst[2 * i + 1] += src[2 * i + 1] * r;
-                }
+                MixKernel::addStereo(dst, src, n, l, r);
             } else {
-                for (std::size_t i = 0; i < n; ++i) {
-                    dst[2 * i] += src[i] * l;
-                    dst[2 * i + 1] += src[i] * r;
-                }
+                MixKernel::addMono(dst, src, n, l, r);
             }
         }
         position += n;

@@ -1,0 +1,177 @@
+#include "engine/mix/MixKernel.hpp"
+
+namespace vantelo_sounds::engine {
+
+namespace {
+
+// GCC vector extensions: plain arithmetic on them compiles to SSE/AVX at any -O level, with no
+// reliance on the auto-vectoriser's cost model. Loads and stores go through memcpy, so nothing
+// needs to be aligned.
+using F4 = float __attribute__((vector_size(16)));
+using I4 = int __attribute__((vector_size(16)));
+using F8 = float __attribute__((vector_size(32)));
+using I8 = int __attribute__((vector_size(32)));
+
+template <typename V>
+struct Lanes;
+template <>
+struct Lanes<F4> {
+    using Mask = I4;
+    static constexpr std::size_t kCount = 4;
+    static constexpr Mask kLow = {0, 0, 1, 1};
+    static constexpr Mask kHigh = {2, 2, 3, 3};
+};
+template <>
+struct Lanes<F8> {
+    using Mask = I8;
+    static constexpr std::size_t kCount = 8;
+    static constexpr Mask kLow = {0, 0, 1, 1, 2, 2, 3, 3};
+    static constexpr Mask kHigh = {4, 4, 5, 5, 6, 6, 7, 7};
+};
+
+// The bodies are force-inlined into one wrapper per instruction set, so each is compiled for
+// the wrapper's target; vectors never cross a call (no ABI concerns).
+template <typename V>
+[[gnu::always_inline]] inline void addMonoWith(float* __restrict out, const float* __restrict src,
+                                               std::size_t frames, float left,
+                                               float right) noexcept {
+    using L = Lanes<V>;
+    constexpr std::size_t n = L::kCount;
+    V gains;
+    for (std::size_t k = 0; k < n; k += 2) {
+        gains[k] = left;
+        gains[k + 1] = right;
+    }
+    std::size_t i = 0;
+    for (; i + n <= frames; i += n) {
+        V s;
+        V a;
+        V b;
+        __builtin_memcpy(&s, src + i, sizeof s);
+        __builtin_memcpy(&a, out + 2 * i, sizeof a);
+        __builtin_memcpy(&b, out + 2 * i + n, sizeof b);
+        a += __builtin_shuffle(s, L::kLow) * gains;
+        b += __builtin_shuffle(s, L::kHigh) * gains;
+        __builtin_memcpy(out + 2 * i, &a, sizeof a);
+        __builtin_memcpy(out + 2 * i + n, &b, sizeof b);
+    }
+    for (; i < frames; ++i) {
+        out[2 * i] += src[i] * left;
+        out[2 * i + 1] += src[i] * right;
+    }
+}
+
+template <typename V>
+[[gnu::always_inline]] inline void addStereoWith(float* __restrict out, const float* __restrict src,
+                                                 std::size_t frames, float left,
+                                                 float right) noexcept {
+    constexpr std::size_t n = Lanes<V>::kCount;
+    V gains;
+    for (std::size_t k = 0; k < n; k += 2) {
+        gains[k] = left;
+        gains[k + 1] = right;
+    }
+    const std::size_t count = 2 * frames;
+    std::size_t i = 0;
+    for (; i + 2 * n <= count; i += 2 * n) {
+        V s0;
+        V s1;
+        V a;
+        V b;
+        __builtin_memcpy(&s0, src + i, sizeof s0);
+        __builtin_memcpy(&s1, src + i + n, sizeof s1);
+        __builtin_memcpy(&a, out + i, sizeof a);
+        __builtin_memcpy(&b, out + i + n, sizeof b);
+        a += s0 * gains;
+        b += s1 * gains;
+        __builtin_memcpy(out + i, &a, sizeof a);
+        __builtin_memcpy(out + i + n, &b, sizeof b);
+    }
+    for (; i < count; i += 2) {
+        out[i] += src[i] * left;
+        out[i + 1] += src[i + 1] * right;
+    }
+}
+
+template <typename V>
+[[gnu::always_inline]] inline void clampWith(float* samples, std::size_t count) noexcept {
+    constexpr std::size_t n = Lanes<V>::kCount;
+    const V one = V{} + 1.0f;
+    const V minusOne = V{} - 1.0f;
+    const V zero = V{};
+    std::size_t i = 0;
+    for (; i + n <= count; i += n) {
+        V x;
+        __builtin_memcpy(&x, samples + i, sizeof x);
+        V c = x > one ? one : x;
+        c = c < minusOne ? minusOne : c;
+        c = x == x ? c : zero; // NaN compares unequal to itself
+        __builtin_memcpy(samples + i, &c, sizeof c);
+    }
+    for (; i < count; ++i) {
+        const float x = samples[i];
+        if (!(x >= -1.0f && x <= 1.0f)) {
+            samples[i] = x != x ? 0.0f : (x > 0.0f ? 1.0f : -1.0f);
+        }
+    }
+}
+
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define VANTELO_MIX_AVX2 1
+#endif
+
+#ifdef VANTELO_MIX_AVX2
+// Function multiversioning: the loader picks the AVX2 body on processors that have it.
+__attribute__((target("default"))) void
+addMonoImpl(float* out, const float* src, std::size_t frames, float left, float right) noexcept {
+    addMonoWith<F4>(out, src, frames, left, right);
+}
+__attribute__((target("avx2"))) void addMonoImpl(float* out, const float* src, std::size_t frames,
+                                                 float left, float right) noexcept {
+    addMonoWith<F8>(out, src, frames, left, right);
+}
+__attribute__((target("default"))) void
+addStereoImpl(float* out, const float* src, std::size_t frames, float left, float right) noexcept {
+    addStereoWith<F4>(out, src, frames, left, right);
+}
+__attribute__((target("avx2"))) void addStereoImpl(float* out, const float* src, std::size_t frames,
+                                                   float left, float right) noexcept {
+    addStereoWith<F8>(out, src, frames, left, right);
+}
+__attribute__((target("default"))) void clampImpl(float* samples, std::size_t count) noexcept {
+    clampWith<F4>(samples, count);
+}
+__attribute__((target("avx2"))) void clampImpl(float* samples, std::size_t count) noexcept {
+    clampWith<F8>(samples, count);
+}
+#else
+void addMonoImpl(float* out, const float* src, std::size_t frames, float left,
+                 float right) noexcept {
+    addMonoWith<F4>(out, src, frames, left, right);
+}
+void addStereoImpl(float* out, const float* src, std::size_t frames, float left,
+                   float right) noexcept {
+    addStereoWith<F4>(out, src, frames, left, right);
+}
+void clampImpl(float* samples, std::size_t count) noexcept {
+    clampWith<F4>(samples, count);
+}
+#endif
+
+} // namespace
+
+void MixKernel::addMono(float* out, const float* src, std::size_t frames, float left,
+                        float right) noexcept {
+    addMonoImpl(out, src, frames, left, right);
+}
+
+void MixKernel::addStereo(float* out, const float* src, std::size_t frames, float left,
+                          float right) noexcept {
+    addStereoImpl(out, src, frames, left, right);
+}
+
+void MixKernel::clampToFullScale(float* samples, std::size_t count) noexcept {
+    clampImpl(samples, count);
+}
+
+} // namespace vantelo_sounds::engine
