@@ -31,7 +31,9 @@ format:
 format-check:
 	@git ls-files '*.cpp' '*.hpp' | xargs clang-format --dry-run --Werror
 
+# The peers comparison needs OpenAL Soft and SDL2_mixer as well.
 bench: build
+	@bash scripts/install-deps --peers
 	@bash scripts/bench $(BUILD)
 
 clean:
