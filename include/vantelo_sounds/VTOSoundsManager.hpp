@@ -90,9 +90,9 @@ private:
     /// Tries to start the play queue's last item; runs after every change of the queue, inside
     /// accessQueue.
     void queueStep();
-    /// Runs `call` now when on the run loop's thread; otherwise posts it there. Returns true when
-    /// it was posted.
-    bool postUnlessOnLoopThread(std::function<void()> call);
+    /// True when called from a thread other than the run loop's: the operation then posts itself
+    /// to the loop (checked first, so that calls on the loop's thread copy nothing).
+    static bool offLoopThread();
 
     // Fields, in declaration order. Only playQueue is guarded (by accessQueue); everything else
     // belongs to the run loop's thread.

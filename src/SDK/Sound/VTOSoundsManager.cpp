@@ -59,13 +59,8 @@ void VTOSoundsManager::setupNotifications() {
         [this](const Notification& notification) { handleInterruption(notification); });
 }
 
-bool VTOSoundsManager::postUnlessOnLoopThread(std::function<void()> call) {
-    RunLoop& loop = RunLoop::main();
-    if (loop.isLoopThread()) {
-        return false;
-    }
-    loop.post(std::move(call));
-    return true;
+bool VTOSoundsManager::offLoopThread() {
+    return !RunLoop::main().isLoopThread();
 }
 
 std::optional<std::int64_t> VTOSoundsManager::channelOf(const AudioPlayer& player) const {

@@ -4,6 +4,7 @@
 #include <vantelo_sounds/VTOSoundsManager.hpp>
 #include <vantelo_sounds/platform/Console.hpp>
 #include <vantelo_sounds/platform/ErrorDescription.hpp>
+#include <vantelo_sounds/platform/RunLoop.hpp>
 
 namespace vantelo_sounds {
 namespace {
@@ -16,7 +17,8 @@ constexpr std::size_t kMaxChannelsPerFile = 8;
 } // namespace
 
 void VTOSoundsManager::stop(const PlaySoundSettings& settings) {
-    if (postUnlessOnLoopThread([this, settings] { stop(settings); })) {
+    if (offLoopThread()) {
+        RunLoop::main().post([this, settings] { stop(settings); });
         return;
     }
     stopPlayingSound(settings.filePathURL(), true);

@@ -1,6 +1,7 @@
 // Queued playback and completion: requests that wait in the play queue, and the handling of
 // finished players that moves the queue on and runs completions.
 #include <vantelo_sounds/VTOSoundsManager.hpp>
+#include <vantelo_sounds/platform/RunLoop.hpp>
 
 namespace vantelo_sounds {
 namespace {
@@ -27,7 +28,8 @@ void VTOSoundsManager::play(const PlaySoundSettings& settings) {
 }
 
 void VTOSoundsManager::play(const PlaySoundSettings& settings, Completion completion) {
-    if (postUnlessOnLoopThread([this, settings, completion] { play(settings, completion); })) {
+    if (offLoopThread()) {
+        RunLoop::main().post([this, settings, completion] { play(settings, completion); });
         return;
     }
     completion = runningAtMostOnce(std::move(completion));

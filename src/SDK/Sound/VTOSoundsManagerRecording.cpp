@@ -1,11 +1,13 @@
 // Recording: the manager hands every request to its recorder unchanged.
 #include <vantelo_sounds/VTOSoundsManager.hpp>
+#include <vantelo_sounds/platform/RunLoop.hpp>
 
 namespace vantelo_sounds {
 
 void VTOSoundsManager::startRecording(double maxDuration, RecordingCompletion completion) {
-    if (postUnlessOnLoopThread(
-            [this, maxDuration, completion] { startRecording(maxDuration, completion); })) {
+    if (offLoopThread()) {
+        RunLoop::main().post(
+            [this, maxDuration, completion] { startRecording(maxDuration, completion); });
         return;
     }
     // Always given here, so every start through the manager also sets the recorder's duration.
@@ -13,7 +15,8 @@ void VTOSoundsManager::startRecording(double maxDuration, RecordingCompletion co
 }
 
 void VTOSoundsManager::requestPermissions(PermissionCompletion completion) {
-    if (postUnlessOnLoopThread([this, completion] { requestPermissions(completion); })) {
+    if (offLoopThread()) {
+        RunLoop::main().post([this, completion] { requestPermissions(completion); });
         return;
     }
     soundRecorder->requestPermissions([completion](const std::optional<bool>& granted,
@@ -25,7 +28,8 @@ void VTOSoundsManager::requestPermissions(PermissionCompletion completion) {
 }
 
 void VTOSoundsManager::stopRecording() {
-    if (postUnlessOnLoopThread([this] { stopRecording(); })) {
+    if (offLoopThread()) {
+        RunLoop::main().post([this] { stopRecording(); });
         return;
     }
     soundRecorder->stopRecording();
