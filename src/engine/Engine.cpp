@@ -29,11 +29,13 @@ Engine::Engine(std::unique_ptr<Output> output, std::size_t voices, std::size_t c
     if (!mOutput) {
         mOutput = std::make_unique<NullOutput>();
     }
+    mOutput->setTap(&mTap);
     if (!mOutput->start(mMixer, mStartError)) {
         if (mStartError.empty()) {
             mStartError = "cannot start";
         }
         mFallback = std::make_unique<NullOutput>();
+        mFallback->setTap(&mTap);
         std::string ignored;
         mFallback->start(mMixer, ignored);
         mNextReopen = std::chrono::steady_clock::now() + mReopenDelay;
@@ -45,6 +47,7 @@ Engine::~Engine() {
         mFallback->stop();
     }
     mOutput->stop();
+    mTap.close();
     // Voices still holding sound data release it here, after no thread renders any more.
 }
 
@@ -206,6 +209,7 @@ Engine::OutputChange Engine::pollOutput() {
         }
         mOutput->stop();
         mFallback = std::make_unique<NullOutput>();
+        mFallback->setTap(&mTap);
         std::string ignored;
         mFallback->start(mMixer, ignored);
         mReopenDelay = mFirstReopenDelay;
@@ -230,6 +234,15 @@ Engine::OutputChange Engine::pollOutput() {
         std::min(std::max(mReopenDelay * 2, std::chrono::milliseconds(1)), kMaxReopenDelay);
     mNextReopen = now + mReopenDelay;
     return OutputChange::none;
+}
+
+bool Engine::startRecordingMix(const std::string& path, std::string& error,
+                               std::uint64_t maxFrames) {
+    if (isManual()) {
+        error = "the manual output writes its own render";
+        return false;
+    }
+    return mTap.open(path, error, maxFrames);
 }
 
 const char* Engine::outputName() const noexcept {

@@ -12,6 +12,7 @@
 #include "engine/mix/Mixer.hpp"
 #include "engine/mix/VoiceHandle.hpp"
 #include "engine/mix/VoiceParams.hpp"
+#include "engine/output/MixTap.hpp"
 #include "engine/output/Output.hpp"
 #include "engine/rt/MixerCommand.hpp"
 #include "engine/rt/VoiceEnded.hpp"
@@ -98,6 +99,19 @@ public:
     }
     /// The output rendering now: "sdl", "null", "wav", "manual".
     const char* outputName() const noexcept;
+    /// Real time: records the mix the output plays (whichever output renders, across a device
+    /// loss) into a 48 kHz stereo float WAV file at `path`, from the next rendered block on,
+    /// keeping at most `maxFrames` frames. False, saying why in `error`, when the file cannot be
+    /// created or the output is the manual one (which writes its own file).
+    bool startRecordingMix(const std::string& path, std::string& error,
+                           std::uint64_t maxFrames = MixTap::kNoLimit);
+    /// Ends the recording: the file gets what is still in flight, silence up to `padToFrames`
+    /// frames, and its completed header. Harmless when not recording.
+    MixTap::Result stopRecordingMix(std::uint64_t padToFrames = 0) noexcept {
+        return mTap.close(padToFrames);
+    }
+    bool isRecordingMix() const noexcept { return mTap.isOpen(); }
+
     /// Why the output given to the constructor could not start (empty when it did).
     const std::string& startError() const noexcept { return mStartError; }
 
@@ -120,6 +134,7 @@ private:
     void waitForSources(std::size_t frames);
 
     Mixer mMixer;
+    MixTap mTap;                       // outlives the outputs that feed it
     std::unique_ptr<Output> mOutput;   // the chosen output (may be lost)
     std::unique_ptr<Output> mFallback; // the null output while mOutput is lost or failed
     std::unique_ptr<SoundCache> mCache;

@@ -73,6 +73,19 @@ public:
     void setVoiceParams(engine::VoiceHandle voice, engine::VoiceParams params);
     bool isVoiceActive(engine::VoiceHandle voice) const noexcept;
 
+    /// Real time: records the mix played from the next block on into a 48 kHz stereo float WAV
+    /// file at `path`, keeping at most `maxFrames` frames. False, saying why in `error`, when the
+    /// file cannot be created or the loop is manual (its output writes the render itself).
+    bool startRecordingMix(const std::string& path, std::string& error,
+                           std::uint64_t maxFrames = engine::MixTap::kNoLimit) {
+        return mEngine->startRecordingMix(path, error, maxFrames);
+    }
+    /// Completes the recorded file, padded with silence up to `padToFrames` frames; says how
+    /// many frames it holds and how many the audio thread had to drop.
+    engine::MixTap::Result stopRecordingMix(std::uint64_t padToFrames = 0) noexcept {
+        return mEngine->stopRecordingMix(padToFrames);
+    }
+
     /// The current mix frame on the loop's clock (manual: round(now * 48000)).
     std::uint64_t currentFrame() const noexcept;
     /// The loop time of a mix frame.

@@ -1,10 +1,12 @@
 // The real program, run as a subprocess on scenarios written next to generated sounds.
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -346,6 +348,52 @@ TEST_F(CliRunTest, RenderIsStereoFloatAt48kOfExactlyTheDuration) {
     EXPECT_NEAR(wav.rms(0, 0.3, 0.7), 0.5 / std::sqrt(2.0), 0.03);
     EXPECT_LT(wav.rms(1, 0.3, 0.7), 1e-3);
     EXPECT_LT(wav.rms(0, 0.8, 1.5), 1e-6);
+}
+
+// Sets an environment variable for the programs run in its lifetime (they inherit it).
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const char* value)
+        : mName(name) {
+        if (const char* old = std::getenv(name)) {
+            mOld = old;
+        }
+        ::setenv(name, value, 1);
+    }
+    ~ScopedEnv() {
+        if (mOld) {
+            ::setenv(mName.c_str(), mOld->c_str(), 1);
+        } else {
+            ::unsetenv(mName.c_str());
+        }
+    }
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+private:
+    std::string mName;
+    std::optional<std::string> mOld;
+};
+
+TEST_F(CliRunTest, RealTimeRenderRecordsWhatWasPlayedForTheDuration) {
+    mFiles.tone("tone.wav", 1000.0, 0.2, 48000, 1, 0.5f);
+    const std::string path = writeScenario(R"({"duration": 0.3, "steps": [
+        {"at": 0, "do": "play", "file": "tone.wav", "pan": -1, "volume": 1}]})");
+    const std::string wavPath = mFiles.path("played.wav");
+    const ScopedEnv output("VANTELO_SOUNDS_OUTPUT", "null");
+    const CliResult result = run({"run", path, "--realtime", "--render", wavPath});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err.find("render"), std::string::npos) << result.err;
+
+    const Wav wav = readWav(wavPath);
+    EXPECT_EQ(wav.format, 3);
+    EXPECT_EQ(wav.channels, 2);
+    EXPECT_EQ(wav.rate, 48000);
+    EXPECT_EQ(wav.bits, 32);
+    EXPECT_NEAR(static_cast<double>(wav.frames()), 14400.0, 1024.0);
+    // The tone, hard left, takes about two thirds of the file (0.2 s of 0.3 s).
+    EXPECT_NEAR(wav.rms(0, 0.0, 0.3), 0.5 / std::sqrt(2.0) * std::sqrt(2.0 / 3.0), 0.05);
+    EXPECT_LT(wav.rms(1, 0.0, 0.3), 1e-3);
 }
 
 } // namespace

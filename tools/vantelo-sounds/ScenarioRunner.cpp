@@ -231,11 +231,8 @@ OutputConfig outputFor(const RunOptions& options) {
     if (!options.realtime) {
         return OutputConfig{OutputConfig::Kind::manual, options.renderPath.value_or("")};
     }
-    if (options.renderPath) {
-        std::fprintf(stderr, "vantelo-sounds: --render is not written in a --realtime run yet "
-                             "(the device's mix is not captured); run offline to render\n");
-    }
-    // The sound device when one opens, else the null output (the platform says which).
+    // The sound device when one opens, else the null output (the platform says which); the
+    // render is recorded from what it plays.
     return OutputConfig::fromEnvironment();
 }
 
@@ -275,6 +272,18 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
     PlaybackEvents playback(log);
     setUpPlatform(scenario);
 
+    // In real time the render records what the output plays, from time 0 for the scenario's
+    // duration: the block playing at time 0 comes first, silence pads a run that ends early.
+    const std::uint64_t renderFrames = AudioSystem::frameOfTime(seconds(scenario.duration));
+    if (options.realtime && options.renderPath) {
+        std::string error;
+        if (!audio.startRecordingMix(*options.renderPath, error, renderFrames)) {
+            std::fprintf(stderr, "%s: cannot write the render: %s\n", options.renderPath->c_str(),
+                         error.c_str());
+            return kExitFailed;
+        }
+    }
+
     // Scenario time 0 is now: in real time, opening the device has taken a moment already.
     const Duration origin = loop.now();
     log.setOrigin(origin);
@@ -294,6 +303,21 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
         loop.advanceTo(end);
     }
 
+    if (audio.engine().isRecordingMix()) {
+        // Cut short by a signal: the file holds what was played up to then, not padded.
+        const auto recorded = audio.stopRecordingMix(gStopSignal != 0 ? 0 : renderFrames);
+        if (recorded.droppedFrames > 0) {
+            std::fprintf(stderr,
+                         "%s: %llu frames of the mix were played but could not be recorded "
+                         "(the writer fell behind)\n",
+                         options.renderPath->c_str(),
+                         static_cast<unsigned long long>(recorded.droppedFrames));
+        }
+        if (!recorded.ok) {
+            std::fprintf(stderr, "%s: writing the render failed\n", options.renderPath->c_str());
+            return kExitFailed;
+        }
+    }
     if (engine::ManualOutput* output = audio.engine().manualOutput()) {
         output->stop(); // completes the WAV file's header
         if (!output->wavOk()) {

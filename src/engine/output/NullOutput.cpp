@@ -3,7 +3,7 @@
 namespace vantelo_sounds::engine {
 
 bool NullOutput::start(Mixer& mixer, std::string& /*error*/) {
-    mThread.start(mixer, true, nullptr);
+    mThread.start(mixer, true, nullptr, mTap);
     return true;
 }
 

@@ -6,6 +6,7 @@
 namespace vantelo_sounds::engine {
 
 class Mixer;
+class MixTap;
 
 /// Where the mix goes. A real-time output pulls frames from the mixer on its own thread (the
 /// audio thread); the manual output renders only when asked. Only one output renders a mixer at a
@@ -24,6 +25,13 @@ public:
     virtual bool isManual() const noexcept { return false; }
     /// True once the device behind the output has gone away; the engine then falls back.
     virtual bool lost() const noexcept { return false; }
+
+    /// A real-time output hands every block it renders to `tap` (may be null) from its next
+    /// start() on; the tap must outlive the output's rendering. The manual output ignores it.
+    void setTap(MixTap* tap) noexcept { mTap = tap; }
+
+protected:
+    MixTap* mTap = nullptr;
 };
 
 } // namespace vantelo_sounds::engine

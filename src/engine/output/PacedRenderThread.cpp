@@ -4,14 +4,15 @@
 
 #include "engine/WavWriter.hpp"
 #include "engine/mix/Mixer.hpp"
+#include "engine/output/MixTap.hpp"
 #include "engine/sound/SoundData.hpp"
 
 namespace vantelo_sounds::engine {
 
-void PacedRenderThread::start(Mixer& mixer, bool realTime, WavWriter* sink) {
+void PacedRenderThread::start(Mixer& mixer, bool realTime, WavWriter* sink, MixTap* tap) {
     stop();
     mStop.store(false, std::memory_order_relaxed);
-    mThread = std::thread([this, &mixer, realTime, sink] { run(mixer, realTime, sink); });
+    mThread = std::thread([this, &mixer, realTime, sink, tap] { run(mixer, realTime, sink, tap); });
 }
 
 void PacedRenderThread::stop() noexcept {
@@ -21,7 +22,7 @@ void PacedRenderThread::stop() noexcept {
     }
 }
 
-void PacedRenderThread::run(Mixer& mixer, bool realTime, WavWriter* sink) noexcept {
+void PacedRenderThread::run(Mixer& mixer, bool realTime, WavWriter* sink, MixTap* tap) noexcept {
     using Clock = std::chrono::steady_clock;
     std::vector<float> block(kBlockFrames * 2);
     const auto startTime = Clock::now();
@@ -32,6 +33,9 @@ void PacedRenderThread::run(Mixer& mixer, bool realTime, WavWriter* sink) noexce
             continue;
         }
         mixer.render(block.data(), kBlockFrames);
+        if (tap != nullptr) {
+            tap->push(block.data(), kBlockFrames);
+        }
         if (sink != nullptr) {
             sink->write(block.data(), kBlockFrames);
         }

@@ -8,6 +8,7 @@
 namespace vantelo_sounds::engine {
 
 class Mixer;
+class MixTap;
 class WavWriter;
 
 /// A thread that renders a mixer block by block, paced by the steady clock (each block when
@@ -22,14 +23,15 @@ public:
     PacedRenderThread(const PacedRenderThread&) = delete;
     PacedRenderThread& operator=(const PacedRenderThread&) = delete;
 
-    /// Starts the thread. `sink` (may be null) receives every block; it must outlive stop().
-    void start(Mixer& mixer, bool realTime, WavWriter* sink);
+    /// Starts the thread. `sink` and `tap` (each may be null) receive every block; they must
+    /// outlive stop().
+    void start(Mixer& mixer, bool realTime, WavWriter* sink, MixTap* tap = nullptr);
     /// Joins the thread; the mixer is not called after it returns.
     void stop() noexcept;
     bool running() const noexcept { return mThread.joinable(); }
 
 private:
-    void run(Mixer& mixer, bool realTime, WavWriter* sink) noexcept;
+    void run(Mixer& mixer, bool realTime, WavWriter* sink, MixTap* tap) noexcept;
 
     std::thread mThread;
     std::atomic<bool> mStop{false};

@@ -3,6 +3,7 @@
 #include <SDL2/SDL.h>
 
 #include "engine/mix/Mixer.hpp"
+#include "engine/output/MixTap.hpp"
 #include "engine/sound/SoundData.hpp"
 
 namespace vantelo_sounds::engine {
@@ -25,17 +26,28 @@ struct AudioSubsystem {
     AudioSubsystem& operator=(const AudioSubsystem&) = delete;
 };
 
+// What SDL's audio thread renders, and where the rendered block also goes.
+struct RenderTarget {
+    Mixer* mixer = nullptr;
+    MixTap* tap = nullptr;
+};
+
 // Called on SDL's audio thread.
 void audioCallback(void* userdata, Uint8* stream, int length) noexcept {
-    auto* mixer = static_cast<Mixer*>(userdata);
+    const auto* target = static_cast<const RenderTarget*>(userdata);
     const auto frames = static_cast<std::size_t>(length) / (2 * sizeof(float));
-    mixer->render(reinterpret_cast<float*>(stream), frames);
+    auto* samples = reinterpret_cast<float*>(stream);
+    target->mixer->render(samples, frames);
+    if (target->tap != nullptr) {
+        target->tap->push(samples, frames);
+    }
 }
 
 } // namespace
 
 struct SdlOutput::Device {
     AudioSubsystem subsystem;
+    RenderTarget target;
     SDL_AudioDeviceID id = 0;
 
     ~Device() {
@@ -64,7 +76,8 @@ bool SdlOutput::start(Mixer& mixer, std::string& error) {
     want.channels = 2;
     want.samples = 1024;
     want.callback = audioCallback;
-    want.userdata = &mixer;
+    device->target = RenderTarget{&mixer, mTap};
+    want.userdata = &device->target;
     SDL_AudioSpec have{};
     device->id = SDL_OpenAudioDevice(nullptr, 0, &want, &have, 0);
     if (device->id == 0) {

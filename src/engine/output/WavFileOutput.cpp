@@ -10,7 +10,7 @@ bool WavFileOutput::start(Mixer& mixer, std::string& error) {
     if (!mWriter.isOpen() && !mWriter.open(mPath, error)) {
         return false;
     }
-    mThread.start(mixer, mRealTime, &mWriter);
+    mThread.start(mixer, mRealTime, &mWriter, mTap);
     return true;
 }
 
