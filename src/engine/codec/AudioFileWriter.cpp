@@ -50,21 +50,9 @@ const AVCodec* findEncoder(AudioFileFormat format) {
     return nullptr;
 }
 
+// Each format's muxer is named like its file extension, except M4A's ("ipod", brand M4A).
 const char* muxerName(AudioFileFormat format) {
-    switch (format) {
-    case AudioFileFormat::m4a:
-        return "ipod";
-    case AudioFileFormat::mp3:
-        return "mp3";
-    case AudioFileFormat::flac:
-        return "flac";
-    case AudioFileFormat::ogg:
-        return "ogg";
-    case AudioFileFormat::wav16:
-    case AudioFileFormat::wavFloat:
-        return "wav";
-    }
-    return "";
+    return format == AudioFileFormat::m4a ? "ipod" : extensionFor(format);
 }
 
 AVSampleFormat pickSampleFormat(const AVCodec* codec) {
