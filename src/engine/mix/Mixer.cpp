@@ -63,6 +63,7 @@ void Mixer::emitEnd(std::size_t slot, std::uint64_t frame, VoiceEnded::Reason re
     event.voice = {static_cast<std::uint32_t>(slot), voice.generation};
     event.frame = frame;
     event.reason = reason;
+    event.renderedAt = mBlockStartedAt;
     mEvents.tryPush(event); // a full queue drops and counts
     mEnds.fetch_add(1, std::memory_order_release);
 }
@@ -141,6 +142,8 @@ bool Mixer::applyDueCommands(std::uint64_t frame) noexcept {
 
 std::size_t Mixer::renderImpl(float* out, std::size_t frames, bool stopAtEnd) noexcept {
     std::memset(out, 0, frames * 2 * sizeof(float));
+    // Reading the steady clock is a vDSO call: no system call, safe on the audio thread.
+    mBlockStartedAt = std::chrono::steady_clock::now().time_since_epoch();
     std::uint64_t frame = mFrame.load(std::memory_order_relaxed);
     std::size_t done = 0;
     while (done < frames) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -84,6 +85,7 @@ private:
     std::atomic<std::uint64_t> mFrame{0};
     std::atomic<std::uint64_t> mEnds{0};
     std::atomic<std::size_t> mActiveVoices{0};
+    std::chrono::steady_clock::duration mBlockStartedAt{}; // audio thread only
 };
 
 } // namespace vantelo_sounds::engine

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 #include "engine/mix/VoiceHandle.hpp"
@@ -18,6 +19,9 @@ struct VoiceEnded {
     /// The first mix frame after the voice's last sounding frame.
     std::uint64_t frame = 0;
     Reason reason = Reason::finished;
+    /// When the audio thread rendered the block holding that frame (steady clock since its
+    /// epoch): how late the end reaches the game is measured from here.
+    std::chrono::steady_clock::duration renderedAt{};
 };
 
 } // namespace vantelo_sounds::engine
