@@ -76,6 +76,10 @@ public:
         }
     }
 
+    /// Told on the audio thread after a render in which voices ended (see Mixer::EndSignal).
+    void setEndSignal(Mixer::EndSignal* signal) noexcept { mMixer.setEndSignal(signal); }
+    /// True when the output is a device that can go away unannounced, so it must be watched.
+    bool outputCanBeLost() const noexcept { return !mFallback && mOutput->canBeLost(); }
     /// The mix frame of the next sample the output will render.
     std::uint64_t renderedFrame() const noexcept { return mMixer.renderedFrames(); }
     bool isManual() const noexcept { return mOutput && mOutput->isManual(); }

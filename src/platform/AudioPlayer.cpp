@@ -72,20 +72,33 @@ std::error_code make_error_code(AudioPlayerError e) noexcept {
     return {static_cast<int>(e), audioPlayerErrorCategory()};
 }
 
+// A player's life is one state. Everything else follows from it: what isPlaying() says, whether
+// the audio system keeps the player alive, what a play(), pause() or stop() does.
+//
+// - idle: no sound (never played, stopped, or its end has been delivered).
+// - playing: its voice was started and not paused. It stays playing until its own end has been
+//   delivered on the run loop, even when the mixer has already rendered its last frame: players
+//   that end on the same frame are then told one at a time, and each still counts as playing
+//   while the others' ends are handled.
+// - paused: its voice holds its position, silent.
+enum class PlayerState { idle, playing, paused };
+
 struct AudioPlayer::Impl {
     std::shared_ptr<AudioSystem> system;
     std::shared_ptr<const engine::SoundData> data;
-    std::optional<engine::VoiceHandle> voice; // the voice of the current play, until its end
-    bool paused = false;
-    bool loopsForever = false;
+    PlayerState state = PlayerState::idle;
+    engine::VoiceHandle voice{}; // the current play's voice, while not idle
+    bool loopsForever = false;   // of the current play
 
     Duration now() const {
         return system->runLoop().isManual() ? AudioSystem::timeOfFrame(system->currentFrame())
                                             : system->runLoop().now();
     }
-    engine::VoiceParams params(float pan, float volume, long loops) const noexcept {
+    static engine::VoiceParams params(float pan, float volume, long loops) noexcept {
         return {pan, volume, static_cast<std::int64_t>(loops)};
     }
+    void enterState(AudioPlayer& player, PlayerState next);
+    void voiceEnded(AudioPlayer& player, const engine::VoiceEnded& event, Duration at);
 };
 
 Expected<std::shared_ptr<AudioPlayer>> AudioPlayer::create(const FileURL& url) {
@@ -108,30 +121,37 @@ AudioPlayer::AudioPlayer(FileURL url, std::unique_ptr<Impl> impl)
 
 AudioPlayer::~AudioPlayer() {
     // A player that goes away takes its sound with it (a looping sound would otherwise play on
-    // with nobody left to stop it). A one-shot is kept alive by the audio system until its end
-    // has been delivered, so this only happens to sounds that loop forever or are paused.
-    if (mImpl->voice) {
-        const bool sounding = mImpl->paused || mImpl->system->isVoiceActive(*mImpl->voice);
-        mImpl->system->stopVoice(*mImpl->voice);
-        if (sounding) {
-            if (PlaybackObserver* observer = playbackObserver()) {
-                observer->playerEnded(*this, PlaybackObserver::EndReason::stopped, mImpl->now());
-            }
+    // with nobody left to stop it). A one-shot that plays is kept alive by the audio system until
+    // its end has been delivered, so only looping and paused players get here with a sound.
+    if (mImpl->state != PlayerState::idle) {
+        mImpl->system->stopVoice(mImpl->voice);
+        if (PlaybackObserver* observer = playbackObserver()) {
+            observer->playerEnded(*this, PlaybackObserver::EndReason::stopped, mImpl->now());
         }
+    }
+}
+
+void AudioPlayer::Impl::enterState(AudioPlayer& player, PlayerState next) {
+    state = next;
+    // A one-shot that plays must live until its end is delivered, even if its owner lets go of it
+    // first; a sound that loops forever, or waits paused, must not outlive the last owner.
+    if (next != PlayerState::idle) {
+        const bool keep = next == PlayerState::playing && !loopsForever;
+        system->setKeepAlive(voice, keep ? player.shared_from_this() : nullptr);
     }
 }
 
 void AudioPlayer::setPan(float pan) {
     mPan = pan;
-    if (mImpl->voice) {
-        mImpl->system->setVoiceParams(*mImpl->voice, mImpl->params(mPan, mVolume, mNumberOfLoops));
+    if (mImpl->state != PlayerState::idle) {
+        mImpl->system->setVoiceParams(mImpl->voice, Impl::params(mPan, mVolume, mNumberOfLoops));
     }
 }
 
 void AudioPlayer::setVolume(float volume) {
     mVolume = volume;
-    if (mImpl->voice) {
-        mImpl->system->setVoiceParams(*mImpl->voice, mImpl->params(mPan, mVolume, mNumberOfLoops));
+    if (mImpl->state != PlayerState::idle) {
+        mImpl->system->setVoiceParams(mImpl->voice, Impl::params(mPan, mVolume, mNumberOfLoops));
     }
 }
 
@@ -142,96 +162,84 @@ void AudioPlayer::setNumberOfLoops(long loops) {
 
 bool AudioPlayer::play() {
     Impl& impl = *mImpl;
-    AudioSystem& system = *impl.system;
-    if (impl.voice) {
-        if (impl.paused) {
-            system.resumeVoice(*impl.voice);
-            impl.paused = false;
-            if (!impl.loopsForever) {
-                system.setKeepAlive(*impl.voice, shared_from_this());
-            }
-            if (PlaybackObserver* observer = playbackObserver()) {
-                observer->playerStarted(*this, impl.now());
-            }
-            return true;
+    switch (impl.state) {
+    case PlayerState::playing:
+        return true;
+    case PlayerState::paused:
+        impl.system->resumeVoice(impl.voice);
+        impl.enterState(*this, PlayerState::playing);
+        if (PlaybackObserver* observer = playbackObserver()) {
+            observer->playerStarted(*this, impl.now());
         }
-        if (system.isVoiceActive(*impl.voice)) {
-            return true;
-        }
-        // The last play ended and its end is not delivered yet: it never will be, as this play
-        // replaces it.
-        impl.voice.reset();
+        return true;
+    case PlayerState::idle:
+        break;
     }
 
-    impl.loopsForever = mNumberOfLoops < 0;
     std::weak_ptr<AudioPlayer> weakSelf = weak_from_this();
     auto onEnd = [weakSelf](const engine::VoiceEnded& event, Duration at) {
-        const std::shared_ptr<AudioPlayer> self = weakSelf.lock();
-        if (!self || !self->mImpl->voice || *self->mImpl->voice != event.voice) {
-            return; // stopped, replaced by a later play, or gone
-        }
-        self->mImpl->voice.reset();
-        self->mImpl->paused = false;
-        if (event.reason == engine::VoiceEnded::Reason::stopped) {
-            return;
-        }
-        if (PlaybackObserver* observer = playbackObserver()) {
-            observer->playerEnded(*self, PlaybackObserver::EndReason::finished, at);
-        }
-        if (AudioPlayerDelegate* delegate = self->mDelegate) {
-            delegate->audioPlayerDidFinishPlaying(self, event.reason ==
-                                                            engine::VoiceEnded::Reason::finished);
+        if (const std::shared_ptr<AudioPlayer> self = weakSelf.lock()) {
+            self->mImpl->voiceEnded(*self, event, at);
         }
     };
-    // A sound that ends by itself keeps its player alive until the end has been delivered, even
-    // if its owner lets go of it first; a sound that loops forever does not.
-    std::shared_ptr<const void> keepAlive;
-    if (!impl.loopsForever) {
-        keepAlive = shared_from_this();
-    }
-    const auto voice = system.startVoice(impl.data, impl.params(mPan, mVolume, mNumberOfLoops),
-                                         std::move(onEnd), std::move(keepAlive));
+    const auto voice = impl.system->startVoice(
+        impl.data, Impl::params(mPan, mVolume, mNumberOfLoops), std::move(onEnd), nullptr);
     if (!voice) {
         return false;
     }
-    impl.voice = voice;
-    impl.paused = false;
+    impl.voice = *voice;
+    impl.loopsForever = mNumberOfLoops < 0;
+    impl.enterState(*this, PlayerState::playing);
     if (PlaybackObserver* observer = playbackObserver()) {
         observer->playerStarted(*this, impl.now());
     }
     return true;
 }
 
-void AudioPlayer::pause() {
-    Impl& impl = *mImpl;
-    if (!impl.voice || impl.paused || !impl.system->isVoiceActive(*impl.voice)) {
+void AudioPlayer::Impl::voiceEnded(AudioPlayer& player, const engine::VoiceEnded& event,
+                                    Duration at) {
+    // A stopped play was finished by stop() already; an end of an older play is stale.
+    if (state == PlayerState::idle || voice != event.voice ||
+        event.reason == engine::VoiceEnded::Reason::stopped) {
         return;
     }
-    impl.system->pauseVoice(*impl.voice);
-    impl.paused = true;
-    // A paused player that nobody holds any more is stopped rather than kept forever.
-    impl.system->setKeepAlive(*impl.voice, nullptr);
+    // Not playing any more from here on, and only then is the delegate told.
+    state = PlayerState::idle;
+    if (PlaybackObserver* observer = playbackObserver()) {
+        observer->playerEnded(player, PlaybackObserver::EndReason::finished, at);
+    }
+    if (AudioPlayerDelegate* delegate = player.mDelegate) {
+        delegate->audioPlayerDidFinishPlaying(player.shared_from_this(),
+                                              event.reason == engine::VoiceEnded::Reason::finished);
+    }
+}
+
+void AudioPlayer::pause() {
+    Impl& impl = *mImpl;
+    if (impl.state != PlayerState::playing) {
+        return;
+    }
+    impl.system->pauseVoice(impl.voice);
+    impl.enterState(*this, PlayerState::paused);
 }
 
 void AudioPlayer::stop() {
     Impl& impl = *mImpl;
-    if (!impl.voice) {
+    if (impl.state == PlayerState::idle) {
         return;
     }
-    const engine::VoiceHandle voice = *impl.voice;
-    impl.voice.reset();
-    impl.paused = false;
-    impl.system->stopVoice(voice);
-    // Released last: dropping the keep-alive may be the last reference to this very player.
-    std::shared_ptr<AudioPlayer> self = shared_from_this();
-    impl.system->setKeepAlive(voice, nullptr);
+    // Held until the end of this call: dropping the keep-alive may release the last reference.
+    const std::shared_ptr<AudioPlayer> self = shared_from_this();
+    impl.system->stopVoice(impl.voice);
+    impl.system->setKeepAlive(impl.voice, nullptr);
+    impl.state = PlayerState::idle;
     if (PlaybackObserver* observer = playbackObserver()) {
         observer->playerEnded(*this, PlaybackObserver::EndReason::stopped, impl.now());
     }
 }
 
 bool AudioPlayer::isPlaying() const noexcept {
-    return mImpl->voice && !mImpl->paused && mImpl->system->isVoiceActive(*mImpl->voice);
+    return mImpl->state == PlayerState::playing;
 }
 
 double AudioPlayer::duration() const noexcept {

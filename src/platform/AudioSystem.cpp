@@ -17,9 +17,10 @@ namespace {
 std::mutex gSharedMutex;
 std::shared_ptr<AudioSystem> gShared;
 
-// Real time: how often the loop must drain ends while voices play, and look for a device to come
-// back while the null output stands in for it.
-constexpr Duration kVoicePoll = std::chrono::milliseconds(5);
+// Real time: ends wake the loop by themselves, but nothing announces a device that goes away: the
+// loop looks at the device this often while sounds play on it, and looks for a lost device to
+// come back this often while the null output stands in for it.
+constexpr Duration kDeviceWatch = std::chrono::milliseconds(250);
 constexpr Duration kDevicePoll = std::chrono::seconds(1);
 
 // Past this (about three years) a target time is clamped, so frame arithmetic cannot overflow.
@@ -112,12 +113,19 @@ AudioSystem::AudioSystem(RunLoop& loop, OutputConfig config)
                  "); playing on the null output");
         }
     }
+    if (!mLoop.isManual()) {
+        mEngine->setEndSignal(this);
+    }
     mLoop.addSource(this);
 }
 
 AudioSystem::~AudioSystem() {
     mLoop.removeSource(this);
-    mEngine.reset();
+    mEngine.reset(); // its outputs stop first, so the end signal is not used after this
+}
+
+void AudioSystem::voicesEnded() noexcept {
+    mLoop.wake(); // an eventfd write: no lock, no allocation
 }
 
 std::uint64_t AudioSystem::frameOfTime(Duration time) noexcept {
@@ -152,11 +160,6 @@ AudioSystem::startVoice(std::shared_ptr<const engine::SoundData> data, engine::V
         record.generation = voice->generation;
         record.onEnd = std::move(onEnd);
         record.keepAlive = std::move(keepAlive);
-        // A loop that sleeps on another thread must start polling for this voice's end; the loop
-        // itself asks pollInterval() before it next waits.
-        if (!mLoop.isLoopThread()) {
-            mLoop.wake();
-        }
     }
     return voice;
 }
@@ -214,6 +217,8 @@ void AudioSystem::dispatch() {
             break;
         }
     }
+    // Ends are delivered one voice at a time, in the order they happened; each handler runs
+    // before the next end is looked at.
     mEngine->drainEvents([this](const engine::VoiceEnded& event) {
         VoiceRecord& record = mVoices[event.voice.slot];
         if (record.generation != event.voice.generation || !record.onEnd) {
@@ -231,8 +236,8 @@ std::optional<Duration> AudioSystem::pollInterval() const {
     if (mLoop.isManual()) {
         return std::nullopt;
     }
-    if (mEngine->voicesInUse() > 0) {
-        return kVoicePoll;
+    if (mEngine->voicesInUse() > 0 && mEngine->outputCanBeLost()) {
+        return kDeviceWatch;
     }
     if (mEngine->isFallingBack()) {
         return kDevicePoll; // to notice a device coming back

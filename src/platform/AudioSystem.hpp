@@ -31,10 +31,10 @@ struct OutputConfig {
 
 /// The process's one audio engine, adapted to the platform: it lives on a run loop, as one of its
 /// sources. In manual time it renders the mix as the loop's clock advances (stopping on the exact
-/// frame where a voice ends, so that its end is delivered before time goes on); in real time it
-/// delivers ends on every pass and asks to be polled every few milliseconds while voices play.
-/// Used on the run loop's thread.
-class AudioSystem final : public RunLoopSource {
+/// frame where a voice ends, so that its end is delivered before time goes on); in real time the
+/// audio thread wakes the loop when voices end, and ends are delivered on the pass that follows,
+/// one voice at a time. Used on the run loop's thread.
+class AudioSystem final : public RunLoopSource, private engine::Mixer::EndSignal {
 public:
     /// Called on the run loop's thread when a voice ended; `at` is the time of the first frame
     /// after its last sounding frame.
@@ -105,6 +105,7 @@ private:
         std::shared_ptr<const void> keepAlive;
     };
 
+    void voicesEnded() noexcept override;
     std::uint64_t commandFrame() const noexcept;
     Duration timeOfEnd(std::uint64_t frame) const noexcept;
 

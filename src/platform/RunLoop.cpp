@@ -187,19 +187,24 @@ std::optional<Duration> RunLoop::nextDeadline() const {
 
 std::size_t RunLoop::runOnce() {
     claimThread();
+    // Whatever woke the loop is handled by this pass: a game that polls fileDescriptor() must not
+    // see it readable again for work that is already done.
+    clearWake();
     std::size_t ran = drainPosted();
     ran += runDueTimers();
     return ran;
 }
 
+void RunLoop::clearWake() noexcept {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t got = read(mWakeFd, &count, sizeof count);
+}
+
 void RunLoop::waitFor(Duration timeout) {
     const auto ms = std::chrono::ceil<std::chrono::milliseconds>(timeout).count();
     pollfd fd{mWakeFd, POLLIN, 0};
-    const int timeoutMs = static_cast<int>(std::clamp<std::int64_t>(ms, 0, 1000));
-    if (poll(&fd, 1, timeoutMs) > 0) {
-        std::uint64_t count = 0;
-        [[maybe_unused]] const ssize_t got = read(mWakeFd, &count, sizeof count);
-    }
+    const int timeoutMs = static_cast<int>(std::clamp<std::int64_t>(ms, 0, 600000));
+    poll(&fd, 1, timeoutMs); // the next runOnce() clears the wake-up
 }
 
 void RunLoop::runUntil(Duration deadline) {

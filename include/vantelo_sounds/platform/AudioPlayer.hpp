@@ -24,8 +24,10 @@ public:
 ///
 /// - play() starts (or continues, after pause()) the sound and returns at once; the first play of a
 ///   file does not wait for the whole file to be decoded.
-/// - isPlaying() turns false the moment the sound ends, is stopped or paused, possibly before the
-///   delegate's callback is delivered.
+/// - isPlaying() is true from play() until the sound is stopped, paused, or its end has been
+///   delivered on the run loop: it turns false just before the delegate hears of the end. Players
+///   whose sounds end together are told one at a time, so each of them still plays while the end
+///   of another is handled.
 /// - stop() stops without a callback (a short fade, never a click); a later play() starts again
 ///   from the beginning.
 /// - pan (-1 left .. 1 right) and volume (0 .. 1) report the value given; the mixer receives a

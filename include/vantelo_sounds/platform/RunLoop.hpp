@@ -119,6 +119,7 @@ private:
     std::optional<Duration> nextDeadline() const;
     void claimThread() noexcept;
     void waitFor(Duration timeout);
+    void clearWake() noexcept;
 
     std::shared_ptr<Clock> mClock;
     mutable std::mutex mMutex;

@@ -145,6 +145,7 @@ std::size_t Mixer::renderImpl(float* out, std::size_t frames, bool stopAtEnd) no
     // Reading the steady clock is a vDSO call: no system call, safe on the audio thread.
     mBlockStartedAt = std::chrono::steady_clock::now().time_since_epoch();
     std::uint64_t frame = mFrame.load(std::memory_order_relaxed);
+    const std::uint64_t endsBefore = mEnds.load(std::memory_order_relaxed);
     std::size_t done = 0;
     while (done < frames) {
         const bool endedOnApply = applyDueCommands(frame);
@@ -196,6 +197,11 @@ std::size_t Mixer::renderImpl(float* out, std::size_t frames, bool stopAtEnd) no
         active += voice.state != Voice::State::free ? 1 : 0;
     }
     mActiveVoices.store(active, std::memory_order_relaxed);
+    if (mEnds.load(std::memory_order_relaxed) != endsBefore) {
+        if (EndSignal* signal = mEndSignal.load(std::memory_order_acquire)) {
+            signal->voicesEnded();
+        }
+    }
     return done;
 }
 

@@ -48,6 +48,19 @@ public:
     bool busy() const noexcept {
         return mActiveVoices.load(std::memory_order_relaxed) > 0 || mCommands.size() > 0;
     }
+    /// Is told, on the audio thread, after every render in which voices ended (nullptr: nobody).
+    /// It must be as cheap and as safe as the render itself: no lock, no allocation (an eventfd
+    /// write that wakes the control thread is the intended use).
+    class EndSignal {
+    public:
+        virtual void voicesEnded() noexcept = 0;
+
+    protected:
+        ~EndSignal() = default;
+    };
+    void setEndSignal(EndSignal* signal) noexcept {
+        mEndSignal.store(signal, std::memory_order_release);
+    }
     /// "Voice ended" events emitted since the mixer was made. Any thread.
     std::uint64_t endsEmitted() const noexcept { return mEnds.load(std::memory_order_acquire); }
     /// Events lost because the event queue was full (never, while its capacity exceeds the
@@ -86,6 +99,7 @@ private:
     std::atomic<std::uint64_t> mEnds{0};
     std::atomic<std::size_t> mActiveVoices{0};
     std::chrono::steady_clock::duration mBlockStartedAt{}; // audio thread only
+    std::atomic<EndSignal*> mEndSignal{nullptr};
 };
 
 } // namespace vantelo_sounds::engine

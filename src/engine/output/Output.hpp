@@ -23,6 +23,8 @@ public:
     virtual void stop() noexcept = 0;
     /// True when the output renders only on request (no thread, no device).
     virtual bool isManual() const noexcept { return false; }
+    /// True when lost() must be watched: a device that can be unplugged or whose server can go.
+    virtual bool canBeLost() const noexcept { return false; }
     /// True once the device behind the output has gone away; the engine then falls back.
     virtual bool lost() const noexcept { return false; }
 

@@ -19,6 +19,7 @@ public:
     const char* name() const noexcept override { return "sdl"; }
     bool start(Mixer& mixer, std::string& error) override;
     void stop() noexcept override;
+    bool canBeLost() const noexcept override { return true; }
     /// The device was removed (unplugged, server gone): SDL stopped it.
     bool lost() const noexcept override;
     /// SDL's driver in use ("pulseaudio", "alsa", "dummy"), empty when not open.
