@@ -30,9 +30,8 @@ std::shared_ptr<const engine::SoundData> tone(double seconds) {
     auto data = std::make_shared<engine::SoundData>(1, frames);
     std::vector<float> samples(frames);
     for (std::size_t i = 0; i < frames; ++i) {
-        samples[i] = static_cast<float>(
-            0.25 * std::sin(2.0 * std::numbers::pi * 440.0 * static_cast<double>(i) /
-                            engine::kMixRate));
+        samples[i] = static_cast<float>(0.25 * std::sin(2.0 * std::numbers::pi * 440.0 *
+                                                        static_cast<double>(i) / engine::kMixRate));
     }
     data->append(samples.data(), frames);
     data->finish(true);

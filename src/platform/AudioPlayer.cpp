@@ -197,7 +197,7 @@ bool AudioPlayer::play() {
 }
 
 void AudioPlayer::Impl::voiceEnded(AudioPlayer& player, const engine::VoiceEnded& event,
-                                    Duration at) {
+                                   Duration at) {
     // A stopped play was finished by stop() already; an end of an older play is stale.
     if (state == PlayerState::idle || voice != event.voice ||
         event.reason == engine::VoiceEnded::Reason::stopped) {

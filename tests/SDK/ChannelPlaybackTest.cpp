@@ -203,6 +203,28 @@ TEST_F(ChannelPlaybackTest, LoopHasNoSeamAndStopHasNoClick) {
     EXPECT_LT(audio.peak(0, frameAt(0.62)), 1e-6f) << "silent a little after the stop";
 }
 
+TEST_F(ChannelPlaybackTest, SoundsEndingOnTheSameFrameEachComplete) {
+    // Eight footsteps of one file and a ninth sound of another, all ending on one frame: each
+    // finished handling must still see the others playing, or it would drop their entries.
+    const auto step = sounds.tone("step.wav", 300, 0.25);
+    const auto other = sounds.tone("other.wav", 500, 0.25);
+    for (int i = 0; i < 8; ++i) {
+        manager().play(settingsFor(step), completionNoting("step" + std::to_string(i)));
+    }
+    manager().play(settingsFor(other), completionNoting("other"));
+    advance(0.5);
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(completions("step" + std::to_string(i)), 1) << "step" << i;
+    }
+    EXPECT_EQ(completions("other"), 1);
+    for (const auto& entry : timedEntries()) {
+        if (entry.find(" done ") != std::string::npos) {
+            EXPECT_EQ(entry.substr(0, entry.find(' ')), "250.000ms") << entry;
+        }
+    }
+    EXPECT_TRUE(table().empty());
+}
+
 class StopAroundTheEndTest : public ChannelPlaybackTest,
                              public ::testing::WithParamInterface<double> {};
 
@@ -216,7 +238,10 @@ TEST_P(StopAroundTheEndTest, CompletionRunsExactlyOnce) {
 }
 
 INSTANTIATE_TEST_SUITE_P(StopTimes, StopAroundTheEndTest,
-                         ::testing::Values(0.0, 0.1995, 0.2, 0.2005, 0.3));
+                         ::testing::Values(0.0, 0.1995, 0.2, 0.2005, 0.3), [](const auto& param) {
+                             return "At" + std::to_string(std::lround(param.param * 10000)) +
+                                    "TenthsOfAMillisecond";
+                         });
 
 } // namespace
 } // namespace vantelo_sounds::test

@@ -1,9 +1,13 @@
 // Queued playback on the manual clock: what waits, what starts when a sound ends, in which order,
 // and when completions run, checked in the console, in the queue and in what is heard.
 #include <thread>
+#include <vantelo_sounds/platform/AudioSession.hpp>
+#include <vantelo_sounds/platform/Console.hpp>
+#include <vantelo_sounds/platform/NotificationCenter.hpp>
 
 #include <gtest/gtest.h>
 
+#include "platform/AudioSystem.hpp"
 #include "support/ManagerFixture.hpp"
 
 namespace vantelo_sounds::test {
@@ -164,6 +168,58 @@ TEST_F(PlayQueueTest, CallsFromAnotherThreadRunOnTheLoopThread) {
     advance(0.6);
     EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), "done a"}));
 }
+
+// Real time on the null output: two sounds whose ends fall a few milliseconds apart, usually in
+// one 21 ms output block, each complete once. Each case takes about 0.15 s of real time.
+class CompletionsInRealTimeTest : public ::testing::TestWithParam<int> {
+protected:
+    CompletionsInRealTimeTest() {
+        mLoop = &RunLoop::resetMain(std::make_shared<SteadyClock>());
+        AudioSession::resetSharedForTesting();
+        NotificationCenter::resetDefaultForTesting();
+        OutputConfig config;
+        config.kind = OutputConfig::Kind::null;
+        AudioSystem::reset(config);
+        Console::shared().setSink([](std::string_view) {});
+        mManager = VTOSoundsManagerTestAccess::make();
+    }
+    ~CompletionsInRealTimeTest() override {
+        mManager.reset();
+        Console::shared().setSink({});
+        RunLoop::resetMainManual();
+        AudioSystem::reset(OutputConfig{OutputConfig::Kind::manual, {}});
+    }
+
+    static PlaySoundSettings settingsFor(const std::string& path) {
+        return PlaySoundSettings(FileURL::fileURLWithPath(path), SoundsPanType::center(),
+                                 SoundsVolumeType::max(), false, false);
+    }
+
+    SoundFixtures mSounds;
+    RunLoop* mLoop = nullptr;
+    std::unique_ptr<VTOSoundsManager> mManager;
+};
+
+TEST_P(CompletionsInRealTimeTest, SoundsEndingMillisecondsApartEachCompleteOnce) {
+    const double gap = GetParam() / 1000.0;
+    const auto first = mSounds.tone("first.wav", 300, 0.1);
+    const auto second = mSounds.tone("second.wav", 500, 0.1 + gap);
+    int firstDone = 0;
+    int secondDone = 0;
+    mManager->play(settingsFor(first), [&] { ++firstDone; });
+    mManager->play(settingsFor(second), [&] {
+        ++secondDone;
+        mLoop->stop();
+    });
+    mLoop->runUntil(mLoop->now() + seconds(3.0));
+    mLoop->runUntil(mLoop->now() + seconds(0.03)); // anything late or repeated would come now
+    EXPECT_EQ(firstDone, 1);
+    EXPECT_EQ(secondDone, 1);
+    EXPECT_TRUE(VTOSoundsManagerTestAccess::table(*mManager).empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Gaps, CompletionsInRealTimeTest, ::testing::Values(0, 1, 2, 3, 5),
+                         [](const auto& param) { return std::to_string(param.param) + "msApart"; });
 
 } // namespace
 } // namespace vantelo_sounds::test
