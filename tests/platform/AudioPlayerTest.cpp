@@ -5,6 +5,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <poll.h>
 #include <string>
 #include <thread>
 #include <vantelo_sounds/platform/AudioPlayer.hpp>
@@ -322,6 +323,42 @@ TEST_F(AudioPlayerTest, AnEmptyURLIsNotAFileURL) {
     const auto created = AudioPlayer::create(FileURL());
     ASSERT_FALSE(created);
     EXPECT_EQ(created.error(), make_error_code(AudioPlayerError::notAFileURL));
+}
+
+} // namespace
+} // namespace vantelo_sounds
+
+namespace vantelo_sounds {
+namespace {
+
+// Real time on the null output, for a game that waits on the run loop's descriptor in its own
+// poll(): the end of a sound makes the descriptor readable by itself (no timer, no polling), and
+// the pass that delivers it leaves the descriptor quiet. Takes about 0.1 s.
+TEST(AudioPlayerRealTimeTest, TheEndWakesTheLoopsDescriptorAndOnePassDeliversIt) {
+    test::SoundFixtures fixtures;
+    RunLoop& loop = RunLoop::resetMain(std::make_shared<SteadyClock>());
+    AudioSystem& system = AudioSystem::reset(OutputConfig{OutputConfig::Kind::null, {}});
+    ASSERT_STREQ(system.outputName(), "null");
+    RecordingDelegate delegate;
+    auto created =
+        AudioPlayer::create(FileURL::fileURLWithPath(fixtures.tone("short.wav", 440.0, 0.05)));
+    ASSERT_TRUE(created);
+    auto p = created.value();
+    p->setDelegate(&delegate);
+    ASSERT_TRUE(p->play());
+    loop.runOnce();
+
+    pollfd fd{loop.fileDescriptor(), POLLIN, 0};
+    ASSERT_EQ(poll(&fd, 1, 2000), 1) << "the end woke the descriptor";
+    EXPECT_TRUE(p->isPlaying()) << "until its end is delivered";
+    loop.runOnce();
+    ASSERT_EQ(delegate.finishes.size(), 1u);
+    EXPECT_EQ(delegate.finishes[0].thread, std::this_thread::get_id());
+    EXPECT_FALSE(delegate.finishes[0].wasPlaying);
+    EXPECT_EQ(poll(&fd, 1, 0), 0) << "nothing left to do";
+
+    RunLoop::resetMainManual();
+    AudioSystem::reset(OutputConfig{OutputConfig::Kind::manual, {}});
 }
 
 } // namespace
