@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <limits>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -154,15 +155,20 @@ std::size_t RunLoop::drainPosted() {
     }
 }
 
-bool RunLoop::runOneDueTimer() {
+bool RunLoop::runOneDueTimer(Duration dueBy, TimerId scheduledBefore) {
     Callback callback;
     {
         std::lock_guard lock(mMutex);
-        if (mTimers.empty() || mTimers.begin()->first.first > now().count()) {
+        auto it = mTimers.begin();
+        while (it != mTimers.end() && it->first.first <= dueBy.count() &&
+               it->first.second >= scheduledBefore) {
+            ++it;
+        }
+        if (it == mTimers.end() || it->first.first > dueBy.count()) {
             return false;
         }
-        callback = std::move(mTimers.begin()->second);
-        mTimers.erase(mTimers.begin());
+        callback = std::move(it->second);
+        mTimers.erase(it);
     }
     callback();
     return true;
@@ -170,7 +176,7 @@ bool RunLoop::runOneDueTimer() {
 
 std::size_t RunLoop::runDueTimers() {
     std::size_t ran = 0;
-    while (runOneDueTimer()) {
+    while (runOneDueTimer(now(), std::numeric_limits<TimerId>::max())) {
         ++ran;
         ran += drainPosted();
     }
@@ -190,8 +196,20 @@ std::size_t RunLoop::runOnce() {
     // Whatever woke the loop is handled by this pass: a game that polls fileDescriptor() must not
     // see it readable again for work that is already done.
     clearWake();
-    std::size_t ran = drainPosted();
-    ran += runDueTimers();
+    // One pass runs what was due when it began: callbacks posted and timers scheduled while it
+    // runs wait for the next pass, so threads that post faster than the loop runs cannot keep it
+    // from returning to the game.
+    const Duration began = now();
+    TimerId scheduledBefore = 0;
+    {
+        std::lock_guard lock(mMutex);
+        scheduledBefore = mNextTimerId;
+    }
+    dispatchSources();
+    std::size_t ran = runPosted();
+    while (runOneDueTimer(began, scheduledBefore)) {
+        ++ran;
+    }
     return ran;
 }
 
@@ -302,7 +320,8 @@ Duration RunLoop::settle(Duration limit) {
         } else if (busy) {
             advanceTo(std::min(current + kBusyStep, limit));
         } else {
-            runOnce();
+            drainPosted();
+            runDueTimers();
             break;
         }
     }

@@ -89,7 +89,9 @@ public:
     int fileDescriptor() const noexcept { return mWakeFd; }
 
     // ---- real time ----------------------------------------------------------------------
-    /// Delivers everything that is due now without waiting. Returns the number of callbacks run.
+    /// Delivers what is due now without waiting: what sources have to deliver, the callbacks
+    /// posted before the call and the timers due when it began. What is posted or scheduled
+    /// while it runs waits for the next pass, so one pass is bounded. Returns the callbacks run.
     std::size_t runOnce();
     /// Runs until the clock reaches `deadline` (real time: waits; manual time: advances to it).
     void runUntil(Duration deadline);
@@ -112,7 +114,7 @@ public:
 private:
     std::size_t runPosted();
     std::size_t drainPosted();
-    bool runOneDueTimer();
+    bool runOneDueTimer(Duration dueBy, TimerId scheduledBefore);
     std::size_t runDueTimers();
     void dispatchSources();
     std::vector<RunLoopSource*> sourcesSnapshot() const;
