@@ -185,6 +185,15 @@ bool AudioPlayer::play() {
     const auto voice = impl.system->startVoice(
         impl.data, Impl::params(mPan, mVolume, mNumberOfLoops), std::move(onEnd), nullptr);
     if (!voice) {
+        // Not even a spare voice: the sound ends at once, and its end is delivered like any
+        // other, so whoever waits for it is not left waiting for good.
+        impl.voice = {};
+        impl.state = PlayerState::playing;
+        impl.system->runLoop().post([self = shared_from_this()] {
+            engine::VoiceEnded ended;
+            ended.reason = engine::VoiceEnded::Reason::failed;
+            self->mImpl->voiceEnded(*self, ended, self->mImpl->now());
+        });
         return false;
     }
     impl.voice = *voice;
@@ -206,7 +215,11 @@ void AudioPlayer::Impl::voiceEnded(AudioPlayer& player, const engine::VoiceEnded
     // Not playing any more from here on, and only then is the delegate told.
     state = PlayerState::idle;
     if (PlaybackObserver* observer = playbackObserver()) {
-        observer->playerEnded(player, PlaybackObserver::EndReason::finished, at);
+        observer->playerEnded(player,
+                              event.reason == engine::VoiceEnded::Reason::stolen
+                                  ? PlaybackObserver::EndReason::stolen
+                                  : PlaybackObserver::EndReason::finished,
+                              at);
     }
     if (AudioPlayerDelegate* delegate = player.mDelegate) {
         delegate->audioPlayerDidFinishPlaying(player.shared_from_this(),

@@ -103,7 +103,7 @@ AudioSystem::AudioSystem(RunLoop& loop, OutputConfig config)
     : mLoop(loop) {
     auto output = makeOutput(loop, config);
     const std::string wanted = output->name();
-    mEngine = std::make_unique<engine::Engine>(std::move(output));
+    mEngine = std::make_unique<engine::Engine>(std::move(output), kVoiceLimit + kSpareVoices);
     mVoices.resize(mEngine->voiceCapacity());
     if (!mEngine->startError().empty()) {
         if (wanted == "sdl") {
@@ -151,39 +151,104 @@ Duration AudioSystem::timeOfEnd(std::uint64_t frame) const noexcept {
     return mLoop.isManual() ? timeOfFrame(frame) : mLoop.now();
 }
 
+AudioSystem::VoiceRecord* AudioSystem::recordOf(engine::VoiceHandle voice) noexcept {
+    if (voice.slot >= mVoices.size() || mVoices[voice.slot].generation != voice.generation ||
+        !mVoices[voice.slot].onEnd) {
+        return nullptr;
+    }
+    return &mVoices[voice.slot];
+}
+
 std::optional<engine::VoiceHandle>
 AudioSystem::startVoice(std::shared_ptr<const engine::SoundData> data, engine::VoiceParams params,
                         EndHandler onEnd, std::shared_ptr<const void> keepAlive) {
+    if (mEngine->voicesInUse() - mStolenFading >= kVoiceLimit) {
+        stealVoice();
+    }
     auto voice = mEngine->start(std::move(data), params, commandFrame());
     if (voice) {
         VoiceRecord& record = mVoices[voice->slot];
+        record = VoiceRecord{};
         record.generation = voice->generation;
         record.onEnd = std::move(onEnd);
         record.keepAlive = std::move(keepAlive);
+        record.startOrder = ++mStarts;
+        record.volume = params.sanitized().volume;
     }
     return voice;
 }
 
+void AudioSystem::stealVoice() {
+    // Nobody will miss a sound whose player only the audio system still holds: the oldest such
+    // goes first. Otherwise the one heard least.
+    VoiceRecord* victim = nullptr;
+    std::size_t victimSlot = 0;
+    const auto better = [](const VoiceRecord& a, const VoiceRecord& b) {
+        const bool aOrphan = a.keepAlive && a.keepAlive.use_count() == 1;
+        const bool bOrphan = b.keepAlive && b.keepAlive.use_count() == 1;
+        if (aOrphan != bOrphan) {
+            return aOrphan;
+        }
+        const float aLevel = a.paused ? 0.0f : a.volume;
+        const float bLevel = b.paused ? 0.0f : b.volume;
+        if (!aOrphan && aLevel != bLevel) {
+            return aLevel < bLevel;
+        }
+        return a.startOrder < b.startOrder;
+    };
+    for (std::size_t slot = 0; slot < mVoices.size(); ++slot) {
+        VoiceRecord& record = mVoices[slot];
+        if (record.onEnd && !record.ending && (victim == nullptr || better(record, *victim))) {
+            victim = &record;
+            victimSlot = slot;
+        }
+    }
+    if (victim == nullptr) {
+        return;
+    }
+    if (!mSaidVoicesRanOut) {
+        mSaidVoicesRanOut = true;
+        warn("all " + std::to_string(kVoiceLimit) +
+             " voices are in use; new sounds take the voice of a sound nobody holds, else of the "
+             "quietest");
+    }
+    victim->ending = true;
+    victim->stolen = true;
+    ++mStolenFading;
+    mEngine->stop({static_cast<std::uint32_t>(victimSlot), victim->generation}, commandFrame());
+}
+
 void AudioSystem::setKeepAlive(engine::VoiceHandle voice, std::shared_ptr<const void> keepAlive) {
-    if (voice.slot < mVoices.size() && mVoices[voice.slot].generation == voice.generation &&
-        mVoices[voice.slot].onEnd) {
-        mVoices[voice.slot].keepAlive = std::move(keepAlive);
+    if (VoiceRecord* record = recordOf(voice)) {
+        record->keepAlive = std::move(keepAlive);
     }
 }
 
 void AudioSystem::stopVoice(engine::VoiceHandle voice) {
+    if (VoiceRecord* record = recordOf(voice)) {
+        record->ending = true;
+    }
     mEngine->stop(voice, commandFrame());
 }
 
 void AudioSystem::pauseVoice(engine::VoiceHandle voice) {
+    if (VoiceRecord* record = recordOf(voice)) {
+        record->paused = true;
+    }
     mEngine->pause(voice, commandFrame());
 }
 
 void AudioSystem::resumeVoice(engine::VoiceHandle voice) {
+    if (VoiceRecord* record = recordOf(voice)) {
+        record->paused = false;
+    }
     mEngine->resume(voice, commandFrame());
 }
 
 void AudioSystem::setVoiceParams(engine::VoiceHandle voice, engine::VoiceParams params) {
+    if (VoiceRecord* record = recordOf(voice)) {
+        record->volume = params.sanitized().volume;
+    }
     mEngine->setParams(voice, params, commandFrame());
 }
 
@@ -228,7 +293,12 @@ void AudioSystem::dispatch() {
         EndHandler onEnd = std::move(record.onEnd);
         std::shared_ptr<const void> keepAlive = std::move(record.keepAlive);
         record.onEnd = nullptr;
-        onEnd(event, timeOfEnd(event.frame));
+        engine::VoiceEnded delivered = event;
+        if (record.stolen) {
+            --mStolenFading;
+            delivered.reason = engine::VoiceEnded::Reason::stolen;
+        }
+        onEnd(delivered, timeOfEnd(event.frame));
     });
 }
 

@@ -60,8 +60,19 @@ public:
     /// The output rendering now ("sdl", "null", "wav", "manual").
     const char* outputName() const noexcept { return mEngine->outputName(); }
 
+    /// Sounds that play at once. When a start finds them all in use, one voice is taken from a
+    /// sound already playing: first the oldest whose player nobody holds any more (only the
+    /// audio system keeps it alive, for its end), else the quietest (paused ones count as silent,
+    /// the oldest first among equals). It fades out and ends with reason `stolen`, and the new
+    /// sound plays in a spare slot meanwhile.
+    static constexpr std::size_t kVoiceLimit = 96;
+    /// Spare slots for sounds that start while the voices they replace fade out.
+    static constexpr std::size_t kSpareVoices = 32;
+
     /// Starts a voice now. `onEnd` runs once when it ends by itself or after a stop; `keepAlive`
-    /// is held until then (a player whose callback must still come).
+    /// is held until then (a player whose callback must still come). Empty only when not even a
+    /// spare slot is left (more than kSpareVoices starts within one block with every voice busy)
+    /// or the command queue is full.
     std::optional<engine::VoiceHandle> startVoice(std::shared_ptr<const engine::SoundData> data,
                                                   engine::VoiceParams params, EndHandler onEnd,
                                                   std::shared_ptr<const void> keepAlive);
@@ -103,7 +114,15 @@ private:
         std::uint32_t generation = 0;
         EndHandler onEnd;
         std::shared_ptr<const void> keepAlive;
+        std::uint64_t startOrder = 0;
+        float volume = 1.0f;
+        bool paused = false;
+        bool ending = false; // stopped or stolen: already on its way out
+        bool stolen = false;
     };
+
+    VoiceRecord* recordOf(engine::VoiceHandle voice) noexcept;
+    void stealVoice();
 
     void voicesEnded() noexcept override;
     std::uint64_t commandFrame() const noexcept;
@@ -112,6 +131,9 @@ private:
     RunLoop& mLoop;
     std::unique_ptr<engine::Engine> mEngine;
     std::vector<VoiceRecord> mVoices;
+    std::uint64_t mStarts = 0;
+    std::size_t mStolenFading = 0; // stolen voices whose end has not been drained yet
+    bool mSaidVoicesRanOut = false;
 };
 
 } // namespace vantelo_sounds

@@ -225,6 +225,25 @@ TEST_F(ChannelPlaybackTest, SoundsEndingOnTheSameFrameEachComplete) {
     EXPECT_TRUE(table().empty());
 }
 
+TEST_F(ChannelPlaybackTest, TwoHundredPlaysAtOneInstantAllEndAndFreeTheirChannels) {
+    // 25 files, 8 plays each: the table is reset after every 32 channels, and the players it drops
+    // play on with nobody holding them; when voices run out theirs go first.
+    std::vector<std::string> files;
+    for (int i = 0; i < 25; ++i) {
+        files.push_back(sounds.tone("burst" + std::to_string(i) + ".wav", 200 + 20 * i, 0.25));
+    }
+    for (int i = 0; i < 200; ++i) {
+        manager().play(settingsFor(files[static_cast<std::size_t>(i) % files.size()], 0, 0.5f),
+                       completionNoting("burst" + std::to_string(i)));
+    }
+    EXPECT_FALSE(table().empty());
+    advance(0.5);
+    EXPECT_TRUE(table().empty()) << "every channel was freed by an end";
+    // The plays after the last reset (the table's last 8 of 32 + ...) keep their completions.
+    EXPECT_EQ(completions("burst199"), 1);
+    EXPECT_EQ(completions("burst198"), 1);
+}
+
 class StopAroundTheEndTest : public ChannelPlaybackTest,
                              public ::testing::WithParamInterface<double> {};
 

@@ -2,6 +2,7 @@
 // rendered offline: when isPlaying() turns false, when and where the finished callback comes
 // (once, on the loop's thread, never after stop()), what create() says about bad paths, and what
 // the rendered audio sounds like.
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -262,6 +263,52 @@ TEST_F(AudioPlayerTest, ALoopingPlayerThatGoesAwayFallsSilent) {
     const OfflineAudio audio(mSamples);
     EXPECT_LE(audio.endOfSound(), frameAt(1.0) + 240);
     EXPECT_EQ(mSystem->engine().voicesInUse(), 0u);
+}
+
+// Every voice in use: a new sound takes the voice of a sound nobody holds any more before one
+// that somebody still holds, and every player ends, by itself or by giving its voice away.
+TEST_F(AudioPlayerTest, WhenVoicesRunOutOrphansGiveTheirVoiceFirstAndEveryPlayerEnds) {
+    const auto sound = tone(0.25);
+    std::vector<std::shared_ptr<AudioPlayer>> held;
+    std::vector<const AudioPlayer*> orphans;
+    for (std::size_t i = 0; i < AudioSystem::kVoiceLimit; ++i) {
+        auto p = player(sound);
+        ASSERT_TRUE(p->play());
+        if (i % 10 == 5) {
+            orphans.push_back(p.get()); // let go of: only the audio system keeps it now
+        } else {
+            held.push_back(p);
+        }
+    }
+    const std::size_t heldBefore = held.size();
+    for (std::size_t i = 0; i < orphans.size(); ++i) {
+        held.push_back(player(sound));
+        EXPECT_TRUE(held.back()->play());
+    }
+    mLoop->advance(seconds(0.1));
+    ASSERT_EQ(mDelegate.finishes.size(), orphans.size());
+    for (const Finish& finish : mDelegate.finishes) {
+        EXPECT_NE(std::find(orphans.begin(), orphans.end(), finish.player), orphans.end());
+        EXPECT_FALSE(finish.successfully);
+    }
+    for (std::size_t i = 0; i < heldBefore; ++i) {
+        EXPECT_TRUE(held[i]->isPlaying());
+    }
+
+    // 200 more at one instant: the oldest held voices go next, the spare slots fill, and the
+    // sounds that get no voice at all end at once; all of them end.
+    for (int i = 0; i < 200; ++i) {
+        held.push_back(player(sound));
+        held.back()->play();
+    }
+    mLoop->advance(seconds(1.0));
+    EXPECT_EQ(mDelegate.finishes.size(), orphans.size() + held.size());
+    for (const auto& p : held) {
+        EXPECT_FALSE(p->isPlaying());
+    }
+    EXPECT_EQ(mSystem->engine().voicesInUse(), 0u);
+    const OfflineAudio audio(mSamples);
+    EXPECT_LE(audio.peak(0), 1.0f);
 }
 
 TEST_F(AudioPlayerTest, PanAndVolumeShapeTheMix) {

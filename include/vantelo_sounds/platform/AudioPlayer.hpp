@@ -15,7 +15,8 @@ class AudioPlayerDelegate {
 public:
     virtual ~AudioPlayerDelegate() = default;
     /// The player's sound ended by itself (not by stop()). `successfully` is false when its
-    /// source failed while playing (a file that turned out to be cut short, for instance).
+    /// source failed while playing (a file that turned out to be cut short, for instance), or
+    /// when its voice was given to a newer sound because every voice was in use.
     virtual void audioPlayerDidFinishPlaying(const std::shared_ptr<AudioPlayer>& player,
                                              bool successfully) = 0;
 };

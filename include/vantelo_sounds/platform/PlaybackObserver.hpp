@@ -13,6 +13,7 @@ public:
     enum class EndReason {
         finished, ///< the sound ended by itself (its source failing part-way included)
         stopped,  ///< stop(), or the player went away while playing
+        stolen,   ///< its voice was given to a newer sound when every voice was in use
     };
 
     virtual ~PlaybackObserver() = default;

@@ -13,6 +13,7 @@ struct VoiceEnded {
         finished, ///< played all its passes
         stopped,  ///< a stop command, after its fade
         failed,   ///< its source ended in an error; what there was has played
+        stolen,   ///< stopped to give its voice to a newer sound (set by the platform layer)
     };
 
     VoiceHandle voice;
