@@ -5,66 +5,56 @@
 
 #include <gtest/gtest.h>
 
-using vantelo_sounds::FileURL;
+#include "support/NamedCase.hpp"
 
+namespace vantelo_sounds {
 namespace {
 
-struct DescriptionCase {
-    std::string path;
-    std::string description;
-};
-
-class FileURLDescriptionTest : public ::testing::TestWithParam<DescriptionCase> {};
-
-TEST_P(FileURLDescriptionTest, EncodesLikeThePlatform) {
-    EXPECT_EQ(FileURL::fileURLWithPath(GetParam().path).description(), GetParam().description);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Paths, FileURLDescriptionTest,
-    ::testing::Values(
-        DescriptionCase{"/tmp/a b.wav", "file:///tmp/a%20b.wav"},
-        DescriptionCase{"/tmp/beep.wav", "file:///tmp/beep.wav"},
-        DescriptionCase{"/tmp/caf\xC3\xA9.wav", "file:///tmp/caf%C3%A9.wav"},
-        DescriptionCase{"/tmp/\xE6\x97\xA5\xE6\x9C\xAC.m4a", "file:///tmp/%E6%97%A5%E6%9C%AC.m4a"},
-        DescriptionCase{"/tmp/100%.wav", "file:///tmp/100%25.wav"},
-        DescriptionCase{"/tmp/a#1?.wav", "file:///tmp/a%231%3F.wav"},
-        DescriptionCase{"/tmp/!$&'()*+,;=:@-._~", "file:///tmp/!$&'()*+,;=:@-._~"},
-        DescriptionCase{"/tmp/[x]{y}\"<>|\\^`", "file:///tmp/%5Bx%5D%7By%7D%22%3C%3E%7C%5C%5E%60"},
-        DescriptionCase{"/tmp/dir/", "file:///tmp/dir"}, DescriptionCase{"/", "file:///"}));
-
-struct ComponentCase {
+struct UrlCase : test::NamedCase {
     std::string path;
     std::string normalised;
     std::string lastPathComponent;
     std::string pathExtension;
+    std::string description;
 };
 
-class FileURLComponentTest : public ::testing::TestWithParam<ComponentCase> {};
+class FileURLTest : public ::testing::TestWithParam<UrlCase> {};
 
-TEST_P(FileURLComponentTest, SplitsThePath) {
+TEST_P(FileURLTest, SplitsThePathAndEncodesItLikeThePlatform) {
     const FileURL url = FileURL::fileURLWithPath(GetParam().path);
     EXPECT_EQ(url.path(), GetParam().normalised);
     EXPECT_EQ(url.lastPathComponent(), GetParam().lastPathComponent);
     EXPECT_EQ(url.pathExtension(), GetParam().pathExtension);
+    EXPECT_EQ(url.description(), GetParam().description);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Paths, FileURLComponentTest,
-    ::testing::Values(ComponentCase{"/sounds/beep.wav", "/sounds/beep.wav", "beep.wav", "wav"},
-                      ComponentCase{"/a/b/jump.m4a", "/a/b/jump.m4a", "jump.m4a", "m4a"},
-                      ComponentCase{"/a/archive.tar.gz", "/a/archive.tar.gz", "archive.tar.gz",
-                                    "gz"},
-                      ComponentCase{"/a/.hidden", "/a/.hidden", ".hidden", ""},
-                      ComponentCase{"/a/trailing.", "/a/trailing.", "trailing.", ""},
-                      ComponentCase{"/a/noext", "/a/noext", "noext", ""},
-                      ComponentCase{"/a.d/noext", "/a.d/noext", "noext", ""},
-                      ComponentCase{"//a///b//", "/a/b", "b", ""},
-                      ComponentCase{"/a/./b/../c.wav", "/a/c.wav", "c.wav", "wav"},
-                      ComponentCase{"/../../x.wav", "/x.wav", "x.wav", "wav"},
-                      ComponentCase{"/", "/", "/", ""}));
+    Paths, FileURLTest,
+    ::testing::Values(
+        UrlCase{"plain", "/sounds/beep.wav", "/sounds/beep.wav", "beep.wav", "wav",
+                "file:///sounds/beep.wav"},
+        UrlCase{"space", "/tmp/a b.wav", "/tmp/a b.wav", "a b.wav", "wav", "file:///tmp/a%20b.wav"},
+        UrlCase{"UTF-8", "/tmp/caf\xC3\xA9.m4a", "/tmp/caf\xC3\xA9.m4a", "caf\xC3\xA9.m4a", "m4a",
+                "file:///tmp/caf%C3%A9.m4a"},
+        UrlCase{"percent hash and question mark", "/tmp/100%#?.wav", "/tmp/100%#?.wav",
+                "100%#?.wav", "wav", "file:///tmp/100%25%23%3F.wav"},
+        UrlCase{"characters kept", "/tmp/!$&'()*+,;=:@-_~", "/tmp/!$&'()*+,;=:@-_~",
+                "!$&'()*+,;=:@-_~", "", "file:///tmp/!$&'()*+,;=:@-_~"},
+        UrlCase{"characters encoded", "/t/[x]{y}\"<>|\\^`", "/t/[x]{y}\"<>|\\^`", "[x]{y}\"<>|\\^`",
+                "", "file:///t/%5Bx%5D%7By%7D%22%3C%3E%7C%5C%5E%60"},
+        UrlCase{"two extensions", "/a/archive.tar.gz", "/a/archive.tar.gz", "archive.tar.gz", "gz",
+                "file:///a/archive.tar.gz"},
+        UrlCase{"hidden file", "/a/.hidden", "/a/.hidden", ".hidden", "", "file:///a/.hidden"},
+        UrlCase{"trailing dot", "/a/trailing.", "/a/trailing.", "trailing.", "",
+                "file:///a/trailing."},
+        UrlCase{"dot in a folder", "/a.d/noext", "/a.d/noext", "noext", "", "file:///a.d/noext"},
+        UrlCase{"extra slashes", "//a///b//", "/a/b", "b", "", "file:///a/b"},
+        UrlCase{"dots", "/a/./b/../c.wav", "/a/c.wav", "c.wav", "wav", "file:///a/c.wav"},
+        UrlCase{"above the root", "/../../x.wav", "/x.wav", "x.wav", "wav", "file:///x.wav"},
+        UrlCase{"root", "/", "/", "/", "", "file:///"}),
+    test::CaseName());
 
-TEST(FileURLTest, RelativePathsAreMadeAbsoluteAgainstTheCurrentDirectory) {
+TEST(FileURLPathTest, RelativePathsAreMadeAbsoluteAgainstTheCurrentDirectory) {
     char cwd[4096];
     ASSERT_NE(::getcwd(cwd, sizeof cwd), nullptr);
     const std::string here = cwd;
@@ -73,10 +63,9 @@ TEST(FileURLTest, RelativePathsAreMadeAbsoluteAgainstTheCurrentDirectory) {
     const FileURL up = FileURL::fileURLWithPath("../z.wav");
     EXPECT_EQ(up.path().front(), '/');
     EXPECT_EQ(up.path().find(".."), std::string::npos);
-    EXPECT_EQ(up.lastPathComponent(), "z.wav");
 }
 
-TEST(FileURLTest, AppendingAndDeletingComponents) {
+TEST(FileURLPathTest, ComponentsAreAppendedAndDeletedWithinTheRoot) {
     const FileURL folder = FileURL::fileURLWithPath("/tmp/sounds");
     EXPECT_EQ(folder.appendingPathComponent("a b.wav").description(),
               "file:///tmp/sounds/a%20b.wav");
@@ -86,7 +75,7 @@ TEST(FileURLTest, AppendingAndDeletingComponents) {
     EXPECT_EQ(FileURL::fileURLWithPath("/").deletingLastPathComponent().path(), "/");
 }
 
-TEST(FileURLTest, EqualAndHashedByNormalisedPath) {
+TEST(FileURLPathTest, EqualAndHashedByTheNormalisedPath) {
     const FileURL a = FileURL::fileURLWithPath("/tmp/x/../a.wav");
     const FileURL b = FileURL::fileURLWithPath("/tmp//a.wav");
     EXPECT_EQ(a, b);
@@ -95,3 +84,4 @@ TEST(FileURLTest, EqualAndHashedByNormalisedPath) {
 }
 
 } // namespace
+} // namespace vantelo_sounds

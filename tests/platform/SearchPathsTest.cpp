@@ -1,64 +1,66 @@
-// The user's caches folder and the file manager's existence test and removal.
+// The user's caches and config folders, and the file manager's existence test and removal.
 #include <filesystem>
 #include <vantelo_sounds/platform/FileManager.hpp>
 #include <vantelo_sounds/platform/SearchPaths.hpp>
 
 #include <gtest/gtest.h>
 
-#include "platform/TestFolders.hpp"
+#include "support/NamedCase.hpp"
+#include "support/ScopedEnv.hpp"
+#include "support/TempFolder.hpp"
 
-namespace vts = vantelo_sounds;
-namespace fs = std::filesystem;
-using vts::SearchPaths;
-
+namespace vantelo_sounds {
 namespace {
+
+namespace fs = std::filesystem;
+using test::ScopedEnv;
+using Paths = std::vector<std::string>;
 
 class SearchPathsTest : public ::testing::Test {
 protected:
-    vts::testing::TempFolder folder;
+    test::TempFolder folder;
 };
 
-TEST_F(SearchPathsTest, AnAbsoluteXdgCacheHomeIsUsedAndCreatedWithItsParents) {
+TEST_F(SearchPathsTest, AnAbsoluteXdgCacheHomeIsUsedAndMadeWithItsParents) {
     const std::string caches = folder / "deep/er/cache";
-    vts::testing::ScopedEnv xdg("XDG_CACHE_HOME", caches);
-    EXPECT_EQ(SearchPaths::cachesDirectories(), std::vector<std::string>{caches});
+    ScopedEnv xdg("XDG_CACHE_HOME", caches);
+    EXPECT_EQ(SearchPaths::cachesDirectories(), Paths{caches});
     EXPECT_TRUE(fs::is_directory(caches));
 }
 
 TEST_F(SearchPathsTest, ARelativeOrEmptyXdgCacheHomeFallsBackToHome) {
-    vts::testing::ScopedEnv home("HOME", folder.path());
+    ScopedEnv home("HOME", folder.path());
     for (const char* value : {"relative/cache", ""}) {
-        vts::testing::ScopedEnv xdg("XDG_CACHE_HOME", std::string(value));
-        EXPECT_EQ(SearchPaths::cachesDirectories(), std::vector<std::string>{folder / ".cache"});
+        ScopedEnv xdg("XDG_CACHE_HOME", std::string(value));
+        EXPECT_EQ(SearchPaths::cachesDirectories(), Paths{folder / ".cache"});
     }
     EXPECT_TRUE(fs::is_directory(folder / ".cache"));
     EXPECT_FALSE(fs::exists("relative"));
 }
 
 TEST_F(SearchPathsTest, WithoutHomeTheAccountsHomeFolderIsUsed) {
-    vts::testing::ScopedEnv xdg("XDG_CACHE_HOME", std::nullopt);
-    vts::testing::ScopedEnv home("HOME", std::nullopt);
+    ScopedEnv xdg("XDG_CACHE_HOME", std::nullopt);
+    ScopedEnv home("HOME", std::nullopt);
     const auto account = SearchPaths::homeDirectory();
     if (!account) {
         GTEST_SKIP() << "this account has no home folder";
     }
-    EXPECT_EQ(SearchPaths::cachesDirectories(), std::vector<std::string>{*account + "/.cache"});
+    EXPECT_EQ(SearchPaths::cachesDirectories(), Paths{*account + "/.cache"});
 }
 
-TEST_F(SearchPathsTest, ConfigFolderFollowsTheSameRulesWithoutCreatingIt) {
-    vts::testing::ScopedEnv home("HOME", folder.path());
-    vts::testing::ScopedEnv xdg("XDG_CONFIG_HOME", std::nullopt);
+TEST_F(SearchPathsTest, TheConfigFolderFollowsTheSameRulesWithoutBeingMade) {
+    ScopedEnv home("HOME", folder.path());
+    ScopedEnv xdg("XDG_CONFIG_HOME", std::nullopt);
     EXPECT_EQ(SearchPaths::configDirectory(), folder / ".config");
     EXPECT_FALSE(fs::exists(folder / ".config"));
 }
 
-struct ExistenceCase {
-    const char* name;
+struct EntryCase : test::NamedCase {
+    const char* entry;
     bool exists;
 };
 
-class FileManagerTest : public SearchPathsTest,
-                        public ::testing::WithParamInterface<ExistenceCase> {
+class FileManagerTest : public SearchPathsTest, public ::testing::WithParamInterface<EntryCase> {
 protected:
     FileManagerTest() {
         folder.write("file.wav");
@@ -67,50 +69,40 @@ protected:
         fs::create_symlink(folder / "file.wav", folder / "link");
         fs::create_symlink(folder / "gone.wav", folder / "dangling");
     }
-    vts::FileManager& manager = vts::FileManager::defaultManager();
+    FileManager& manager = FileManager::defaultManager();
 };
 
-TEST_P(FileManagerTest, AnyEntryCountsButADanglingLinkDoesNot) {
-    EXPECT_EQ(manager.fileExistsAtPath(folder / GetParam().name), GetParam().exists);
-}
+TEST_P(FileManagerTest, AnyEntryExistsButADanglingLinkAndAnythingThereIsRemoved) {
+    const std::string path = folder / GetParam().entry;
+    EXPECT_EQ(manager.fileExistsAtPath(path), GetParam().exists);
 
-INSTANTIATE_TEST_SUITE_P(Entries, FileManagerTest,
-                         ::testing::Values(ExistenceCase{"file.wav", true},
-                                           ExistenceCase{"empty.wav", true},
-                                           ExistenceCase{"dir", true}, ExistenceCase{"link", true},
-                                           ExistenceCase{"dangling", false},
-                                           ExistenceCase{"missing.wav", false}),
-                         [](const auto& p) {
-                             std::string name = p.param.name;
-                             return name.substr(0, name.find('.'));
-                         });
-
-TEST_P(FileManagerTest, RemovalTakesWhatIsThereAndFailsWhenNothingIs) {
-    const vts::FileURL url = vts::FileURL::fileURLWithPath(folder / GetParam().name);
-    const bool present = fs::symlink_status(url.path()).type() != fs::file_type::not_found;
-    const std::error_code error = manager.removeItemAtURL(url);
-    if (present) {
-        EXPECT_FALSE(error) << error.message();
-        EXPECT_EQ(fs::symlink_status(url.path()).type(), fs::file_type::not_found);
-    } else {
-        EXPECT_EQ(error, std::errc::no_such_file_or_directory);
-    }
-    if (std::string(GetParam().name) == "link") {
+    const bool present = fs::symlink_status(path).type() != fs::file_type::not_found;
+    const std::error_code error = manager.removeItemAtURL(FileURL::fileURLWithPath(path));
+    EXPECT_EQ(error, present ? std::error_code{}
+                             : std::make_error_code(std::errc::no_such_file_or_directory));
+    EXPECT_EQ(fs::symlink_status(path).type(), fs::file_type::not_found);
+    if (GetParam().entry != std::string("file.wav")) {
         EXPECT_TRUE(fs::exists(folder / "file.wav")) << "removing a link keeps its target";
     }
 }
 
-TEST_F(SearchPathsTest, RemovalTakesAWholeTree) {
-    folder.write("tree/a/b/c.wav");
-    folder.write("tree/d.wav");
-    EXPECT_FALSE(vts::FileManager::defaultManager().removeItemAtURL(
-        vts::FileURL::fileURLWithPath(folder / "tree")));
-    EXPECT_FALSE(fs::exists(folder / "tree"));
-}
+INSTANTIATE_TEST_SUITE_P(Entries, FileManagerTest,
+                         ::testing::Values(EntryCase{"file", "file.wav", true},
+                                           EntryCase{"empty file", "empty.wav", true},
+                                           EntryCase{"directory", "dir", true},
+                                           EntryCase{"link", "link", true},
+                                           EntryCase{"dangling link", "dangling", false},
+                                           EntryCase{"missing", "missing.wav", false}),
+                         test::CaseName());
 
-TEST_F(SearchPathsTest, EmptyPathsNeitherExistNorRemove) {
-    EXPECT_FALSE(vts::FileManager::defaultManager().fileExistsAtPath(""));
-    EXPECT_TRUE(vts::FileManager::defaultManager().removeItemAtURL(vts::FileURL{}));
+TEST_F(SearchPathsTest, RemovalTakesAWholeTreeAndAnEmptyPathIsNothing) {
+    folder.write("tree/a/b/c.wav");
+    FileManager& manager = FileManager::defaultManager();
+    EXPECT_FALSE(manager.removeItemAtURL(FileURL::fileURLWithPath(folder / "tree")));
+    EXPECT_FALSE(fs::exists(folder / "tree"));
+    EXPECT_FALSE(manager.fileExistsAtPath(""));
+    EXPECT_TRUE(manager.removeItemAtURL(FileURL{}));
 }
 
 } // namespace
+} // namespace vantelo_sounds

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/sound/SoundData.hpp"
+#include "support/NamedCase.hpp"
 #include "support/OfflineAudio.hpp"
 
 namespace vantelo_sounds::engine {
@@ -89,7 +90,7 @@ protected:
     std::vector<float> mSamples;
 };
 
-struct PanCase {
+struct PanCase : test::NamedCase {
     float pan;
     float volume;
     int channels;
@@ -116,31 +117,32 @@ TEST_P(MixerPanTest, SteadyLevelsFollowPanAndVolume) {
         EXPECT_NEAR(audio.sample(frame, 0), c.expectedLeft, 1e-6f) << "frame " << frame;
         EXPECT_NEAR(audio.sample(frame, 1), c.expectedRight, 1e-6f) << "frame " << frame;
     }
-    if (c.expectedRight == 0.0f) {
-        EXPECT_EQ(audio.peak(1), 0.0f); // hard left is silence on the right, not just quiet
-    }
-    if (c.expectedLeft == 0.0f) {
-        EXPECT_EQ(audio.peak(0), 0.0f);
-    }
+    // A silent side is silence from the first frame, not just quiet.
+    EXPECT_EQ(audio.peak(0) == 0.0f, c.expectedLeft == 0.0f);
+    EXPECT_EQ(audio.peak(1) == 0.0f, c.expectedRight == 0.0f);
 }
 
 const float kCentre = 0.5f * static_cast<float>(std::numbers::sqrt2 / 2.0); // -3 dB
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 
 INSTANTIATE_TEST_SUITE_P(
     Table, MixerPanTest,
-    ::testing::Values(PanCase{-1.0f, 1.0f, 1, 0.5f, 0.0f}, PanCase{1.0f, 1.0f, 1, 0.0f, 0.5f},
-                      PanCase{0.0f, 1.0f, 1, kCentre, kCentre},
-                      PanCase{0.0f, 0.5f, 1, kCentre / 2, kCentre / 2},
-                      PanCase{-1.0f, 0.5f, 1, 0.25f, 0.0f},
-                      PanCase{0.5f, 1.0f, 1, 0.5f * 0.38268343f, 0.5f * 0.92387953f},
-                      PanCase{0.0f, 1.0f, 2, 0.5f, -0.25f}, PanCase{1.0f, 1.0f, 2, 0.0f, -0.25f},
-                      PanCase{-1.0f, 0.5f, 2, 0.25f, 0.0f},
-                      PanCase{-0.5f, 1.0f, 2, 0.5f, -0.25f * 0.70710678f},
-                      // hostile values, made harmless at the boundary
-                      PanCase{std::numeric_limits<float>::quiet_NaN(), 1.0f, 1, kCentre, kCentre},
-                      PanCase{-7.0f, 3.0f, 1, 0.5f, 0.0f},
-                      PanCase{0.0f, std::numeric_limits<float>::quiet_NaN(), 1, 0.0f, 0.0f},
-                      PanCase{std::numeric_limits<float>::infinity(), 1.0f, 1, 0.0f, 0.5f}));
+    ::testing::Values(PanCase{"mono hard left", -1.0f, 1.0f, 1, 0.5f, 0.0f},
+                      PanCase{"mono hard right", 1.0f, 1.0f, 1, 0.0f, 0.5f},
+                      PanCase{"mono centre", 0.0f, 1.0f, 1, kCentre, kCentre},
+                      PanCase{"mono centre half volume", 0.0f, 0.5f, 1, kCentre / 2, kCentre / 2},
+                      PanCase{"mono half right", 0.5f, 1.0f, 1, 0.5f * 0.38268343f,
+                              0.5f * 0.92387953f},
+                      PanCase{"stereo centre", 0.0f, 1.0f, 2, 0.5f, -0.25f},
+                      PanCase{"stereo hard right", 1.0f, 1.0f, 2, 0.0f, -0.25f},
+                      PanCase{"stereo half left", -0.5f, 1.0f, 2, 0.5f, -0.25f * 0.70710678f},
+                      PanCase{"stereo hard left half volume", -1.0f, 0.5f, 2, 0.25f, 0.0f},
+                      PanCase{"NaN pan is centre", kNaN, 1.0f, 1, kCentre, kCentre},
+                      PanCase{"NaN volume is silence", 0.0f, kNaN, 1, 0.0f, 0.0f},
+                      PanCase{"out of range is clamped", -7.0f, 3.0f, 1, 0.5f, 0.0f},
+                      PanCase{"infinite pan is right", std::numeric_limits<float>::infinity(), 1.0f,
+                              1, 0.0f, 0.5f}),
+    test::CaseName());
 
 TEST_F(MixerTest, AVoiceStartsOnTheExactFrameAskedEvenInsideABlock) {
     const auto data = sound(constant(1000, 0.5f), 1);
@@ -181,8 +183,7 @@ TEST_F(MixerTest, ALoopOfWholePeriodsHasNoSeam) {
     ASSERT_EQ(events().size(), 1u);
 }
 
-struct RampCase {
-    const char* name;
+struct RampCase : test::NamedCase {
     MixerCommand::Kind kind;
     std::uint32_t rampFrames;
     float gainDrop; // how far the gain falls
@@ -211,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(
                       RampCase{"pause", MixerCommand::Kind::pause, Voice::kStopRampFrames, 1.0f},
                       RampCase{"volume", MixerCommand::Kind::setParams, Voice::kParamRampFrames,
                                0.75f}),
-    [](const auto& param) { return std::string(param.param.name); });
+    test::CaseName());
 
 TEST_F(MixerTest, StopEndsAfterItsFadeWithReasonStopped) {
     const auto data = sound(constant(48000, 0.5f), 1);
