@@ -1,8 +1,8 @@
 // Playback requests: what the constructor and each factory set, where the resource form finds its
 // file, and which fields take part in equality.
-#include <cctype>
 #include <filesystem>
 #include <functional>
+#include <regex>
 #include <set>
 #include <vantelo_sounds/PlaySoundSettings.hpp>
 #include <vantelo_sounds/platform/Bundle.hpp>
@@ -20,25 +20,15 @@ namespace {
 using Access = PlaySoundSettingsAccess;
 const FileURL kBeep = FileURL::fileURLWithPath("/sounds/beep.wav");
 
-// 8-4-4-4-12 upper-case hexadecimal digits, version 4, RFC 4122 variant.
-bool isCanonicalUuid(const std::string& id) {
-    for (std::size_t i = 0; i < id.size(); ++i) {
-        const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
-        const auto c = static_cast<unsigned char>(id[i]);
-        if (dash != (c == '-') || (!dash && !std::isxdigit(c)) || std::islower(c)) {
-            return false;
-        }
-    }
-    return id.size() == 36 && id[14] == '4' &&
-           std::string("89AB").find(id[19]) != std::string::npos;
-}
-
-TEST(PlaySoundSettingsTest, EveryRecordGetsItsOwnCanonicalUpperCaseUUID) {
+TEST(PlaySoundSettingsTest, EveryRecordGetsItsOwnCanonicalUpperCaseVersion4UUID) {
+    // 8-4-4-4-12 upper-case hexadecimal digits, version 4, RFC 4122 variant.
+    const std::regex canonical(
+        "[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
     std::set<std::string> ids;
     for (int i = 0; i < 200; ++i) {
-        const PlaySoundSettings s = PlaySoundSettings::instanly(kBeep);
-        ASSERT_TRUE(isCanonicalUuid(s.id())) << s.id();
-        ids.insert(s.id());
+        const std::string id = PlaySoundSettings::instanly(kBeep).id();
+        ASSERT_TRUE(std::regex_match(id, canonical)) << id;
+        ids.insert(id);
     }
     EXPECT_EQ(ids.size(), 200u);
 }

@@ -1,6 +1,5 @@
 // The notification center: delivery by name, synchronously, to the observers registered when the
 // post starts; observers that change the registrations while a post is under way.
-#include <cstdint>
 #include <string>
 #include <vantelo_sounds/platform/NotificationCenter.hpp>
 #include <vantelo_sounds/platform/Simulation.hpp>
@@ -39,17 +38,6 @@ TEST_F(NotificationCenterTest, DeliversByNameInRegistrationOrderAndAnEmptyNameTa
     EXPECT_EQ(log, (Log{"1:A", "all:A", "3:A", "all:C"}));
 }
 
-TEST_F(NotificationCenterTest, SenderAndUserInfoArriveUnchanged) {
-    int sender = 0;
-    std::optional<std::uint64_t> type;
-    center.addObserver("A", [&](const Notification& n) {
-        EXPECT_EQ(n.object, &sender);
-        type = std::any_cast<std::uint64_t>(n.userInfo.value().at("type"));
-    });
-    center.post({"A", &sender, std::map<std::string, std::any>{{"type", std::uint64_t{7}}}});
-    EXPECT_EQ(type, 7u);
-}
-
 TEST_F(NotificationCenterTest, ObserversAddedDuringAPostWaitForTheNextOne) {
     center.addObserver("A", [this](const Notification&) {
         log.push_back("adder");
@@ -61,27 +49,18 @@ TEST_F(NotificationCenterTest, ObserversAddedDuringAPostWaitForTheNextOne) {
     EXPECT_EQ(log, (Log{"adder", "adder", "late:A"}));
 }
 
-TEST_F(NotificationCenterTest, AnObserverRemovedByAnEarlierOneIsSkipped) {
+TEST_F(NotificationCenterTest, ObserversRemovedDuringAPostAreSkippedAndMayPostAgain) {
     NotificationCenter::ObserverId victim = 0;
-    center.addObserver("A", [&](const Notification&) {
+    NotificationCenter::ObserverId self = 0;
+    self = center.addObserver("A", [&](const Notification& n) {
         log.push_back("remover");
         center.removeObserver(victim);
+        center.removeObserver(self);
+        center.post(n); // no longer registered: no endless recursion
     });
     victim = record("A", "victim");
     post("A");
     EXPECT_EQ(log, (Log{"remover"}));
-}
-
-TEST_F(NotificationCenterTest, AnObserverMayRemoveItselfAndPostAgainWithoutRecursing) {
-    NotificationCenter::ObserverId self = 0;
-    int calls = 0;
-    self = center.addObserver("A", [&](const Notification& n) {
-        ++calls;
-        center.removeObserver(self);
-        center.post(n);
-    });
-    post("A");
-    EXPECT_EQ(calls, 1);
 }
 
 TEST(NotificationCenterDefaultTest, AResetDropsEveryObserverOfTheDefaultCenter) {

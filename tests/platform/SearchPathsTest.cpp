@@ -28,13 +28,16 @@ TEST_F(SearchPathsTest, AnAbsoluteXdgCacheHomeIsUsedAndMadeWithItsParents) {
     EXPECT_TRUE(fs::is_directory(caches));
 }
 
-TEST_F(SearchPathsTest, ARelativeOrEmptyXdgCacheHomeFallsBackToHome) {
+TEST_F(SearchPathsTest, ARelativeOrEmptyXdgHomeFallsBackToHomeAndOnlyCachesAreMade) {
     ScopedEnv home("HOME", folder.path());
+    ScopedEnv config("XDG_CONFIG_HOME", "relative/config");
     for (const char* value : {"relative/cache", ""}) {
         ScopedEnv xdg("XDG_CACHE_HOME", std::string(value));
         EXPECT_EQ(SearchPaths::cachesDirectories(), Paths{folder / ".cache"});
     }
+    EXPECT_EQ(SearchPaths::configDirectory(), folder / ".config");
     EXPECT_TRUE(fs::is_directory(folder / ".cache"));
+    EXPECT_FALSE(fs::exists(folder / ".config"));
     EXPECT_FALSE(fs::exists("relative"));
 }
 
@@ -48,59 +51,28 @@ TEST_F(SearchPathsTest, WithoutHomeTheAccountsHomeFolderIsUsed) {
     EXPECT_EQ(SearchPaths::cachesDirectories(), Paths{*account + "/.cache"});
 }
 
-TEST_F(SearchPathsTest, TheConfigFolderFollowsTheSameRulesWithoutBeingMade) {
-    ScopedEnv home("HOME", folder.path());
-    ScopedEnv xdg("XDG_CONFIG_HOME", std::nullopt);
-    EXPECT_EQ(SearchPaths::configDirectory(), folder / ".config");
-    EXPECT_FALSE(fs::exists(folder / ".config"));
-}
-
-struct EntryCase : test::NamedCase {
-    const char* entry;
-    bool exists;
-};
-
-class FileManagerTest : public SearchPathsTest, public ::testing::WithParamInterface<EntryCase> {
-protected:
-    FileManagerTest() {
-        folder.write("file.wav");
-        folder.write("empty.wav", "");
-        fs::create_directories(folder / "dir");
-        fs::create_symlink(folder / "file.wav", folder / "link");
-        fs::create_symlink(folder / "gone.wav", folder / "dangling");
-    }
+TEST_F(SearchPathsTest, AnyEntryButADanglingLinkExistsAndWhateverIsThereIsRemoved) {
     FileManager& manager = FileManager::defaultManager();
-};
-
-TEST_P(FileManagerTest, AnyEntryExistsButADanglingLinkAndAnythingThereIsRemoved) {
-    const std::string path = folder / GetParam().entry;
-    EXPECT_EQ(manager.fileExistsAtPath(path), GetParam().exists);
-
-    const bool present = fs::symlink_status(path).type() != fs::file_type::not_found;
-    const std::error_code error = manager.removeItemAtURL(FileURL::fileURLWithPath(path));
-    EXPECT_EQ(error, present ? std::error_code{}
-                             : std::make_error_code(std::errc::no_such_file_or_directory));
-    EXPECT_EQ(fs::symlink_status(path).type(), fs::file_type::not_found);
-    if (GetParam().entry != std::string("file.wav")) {
-        EXPECT_TRUE(fs::exists(folder / "file.wav")) << "removing a link keeps its target";
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Entries, FileManagerTest,
-                         ::testing::Values(EntryCase{"file", "file.wav", true},
-                                           EntryCase{"empty file", "empty.wav", true},
-                                           EntryCase{"directory", "dir", true},
-                                           EntryCase{"link", "link", true},
-                                           EntryCase{"dangling link", "dangling", false},
-                                           EntryCase{"missing", "missing.wav", false}),
-                         test::CaseName());
-
-TEST_F(SearchPathsTest, RemovalTakesAWholeTreeAndAnEmptyPathIsNothing) {
+    const auto remove = [&](const std::string& name) {
+        return manager.removeItemAtURL(FileURL::fileURLWithPath(folder / name));
+    };
+    folder.write("file.wav");
+    folder.write("empty.wav", "");
     folder.write("tree/a/b/c.wav");
-    FileManager& manager = FileManager::defaultManager();
-    EXPECT_FALSE(manager.removeItemAtURL(FileURL::fileURLWithPath(folder / "tree")));
-    EXPECT_FALSE(fs::exists(folder / "tree"));
+    fs::create_symlink(folder / "file.wav", folder / "link");
+    fs::create_symlink(folder / "gone.wav", folder / "dangling");
+    for (const char* entry : {"file.wav", "empty.wav", "tree", "link"}) {
+        EXPECT_TRUE(manager.fileExistsAtPath(folder / entry)) << entry;
+    }
+    EXPECT_FALSE(manager.fileExistsAtPath(folder / "dangling"));
     EXPECT_FALSE(manager.fileExistsAtPath(""));
+
+    for (const char* entry : {"link", "dangling", "tree"}) {
+        EXPECT_FALSE(remove(entry)) << entry;
+        EXPECT_EQ(fs::symlink_status(folder / entry).type(), fs::file_type::not_found) << entry;
+    }
+    EXPECT_TRUE(fs::exists(folder / "file.wav")) << "removing a link keeps its target";
+    EXPECT_EQ(remove("missing.wav"), std::errc::no_such_file_or_directory);
     EXPECT_TRUE(manager.removeItemAtURL(FileURL{}));
 }
 

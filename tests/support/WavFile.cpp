@@ -24,11 +24,6 @@ std::uint32_t getLe(const std::string& in, std::size_t at, int bytes) {
     return value;
 }
 
-// Full scale of an integer sample of `bits`: 2^(bits - 1).
-double fullScale(int bits) {
-    return std::ldexp(1.0, bits - 1);
-}
-
 } // namespace
 
 std::string WavFile::header(int format, std::uint32_t channels, std::uint32_t rate, int bits,
@@ -50,18 +45,14 @@ std::string WavFile::header(int format, std::uint32_t channels, std::uint32_t ra
 }
 
 std::string WavFile::bytes() const {
-    const int width = bits / 8;
     std::string data;
-    data.reserve(samples.size() * static_cast<std::size_t>(width));
     for (const float s : samples) {
-        if (format == kFloat) {
-            std::uint32_t raw = 0;
-            std::memcpy(&raw, &s, sizeof raw);
-            putLe(data, raw, 4);
-        } else {
-            const auto v = static_cast<std::int64_t>(std::lround(s * (fullScale(bits) - 1.0)));
-            putLe(data, static_cast<std::uint64_t>(v), width);
+        std::uint32_t raw = 0;
+        std::memcpy(&raw, &s, sizeof raw);
+        if (format == kPcm) { // full scale is 2^(bits - 1) - 1
+            raw = static_cast<std::uint32_t>(std::lround(s * (std::ldexp(1.0, bits - 1) - 1.0)));
         }
+        putLe(data, raw, bits / 8);
     }
     return header(format, static_cast<std::uint32_t>(channels), static_cast<std::uint32_t>(rate),
                   bits, static_cast<std::uint32_t>(data.size())) +
@@ -69,59 +60,47 @@ std::string WavFile::bytes() const {
 }
 
 WavFile WavFile::read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream content;
-    content << in.rdbuf();
+    content << std::ifstream(path, std::ios::binary).rdbuf();
     const std::string b = content.str();
     WavFile wav;
-    wav.channels = 0;
-    if (b.size() < 12 || b.compare(0, 4, "RIFF") != 0 || b.compare(8, 4, "WAVE") != 0) {
-        ADD_FAILURE() << path << " is not a RIFF/WAVE file";
-        return wav;
-    }
     std::size_t dataAt = 0;
     std::size_t dataBytes = 0;
-    for (std::size_t at = 12; at + 8 <= b.size() && dataAt == 0;) {
-        const std::string id = b.substr(at, 4);
+    for (std::size_t at = 12; b.compare(0, 4, "RIFF") == 0 && at + 8 <= b.size() && !dataAt;) {
         const std::size_t size = getLe(b, at + 4, 4);
         const std::size_t body = at + 8;
-        if (id == "fmt " && body + 16 <= b.size()) {
+        if (b.compare(at, 4, "fmt ") == 0 && body + 16 <= b.size()) {
             wav.format = static_cast<int>(getLe(b, body, 2));
             wav.channels = static_cast<int>(getLe(b, body + 2, 2));
             wav.rate = static_cast<int>(getLe(b, body + 4, 4));
             wav.bits = static_cast<int>(getLe(b, body + 14, 2));
             if (wav.format == 0xFFFE && size >= 26 && body + 26 <= b.size()) {
-                wav.format = static_cast<int>(getLe(b, body + 24, 2));
+                wav.format = static_cast<int>(getLe(b, body + 24, 2)); // extensible: sub-format
             }
-        } else if (id == "data") {
+        } else if (b.compare(at, 4, "data") == 0) {
             dataAt = body;
             // Being written: the size is filled in when the writer closes the file.
             dataBytes = size == 0 || size > b.size() - body ? b.size() - body : size;
         }
         at = body + size + (size & 1u);
     }
-    const bool known =
-        (wav.format == kPcm && (wav.bits == 16 || wav.bits == 24 || wav.bits == 32)) ||
-        (wav.format == kFloat && wav.bits == 32);
-    if (dataAt == 0 || wav.channels <= 0 || !known) {
-        ADD_FAILURE() << path << ": no data, or a format other than 16/24/32-bit PCM or float ("
-                      << wav.format << ", " << wav.bits << " bits, " << wav.channels
-                      << " channels)";
-        wav.channels = 0;
-        return wav;
+    const bool known = wav.format == kPcm ? wav.bits % 8 == 0 && wav.bits >= 16 && wav.bits <= 32
+                                          : wav.format == kFloat && wav.bits == 32;
+    if (!dataAt || wav.channels <= 0 || !known) {
+        ADD_FAILURE() << path << " is not a 16/24/32-bit PCM or float WAV (format " << wav.format
+                      << ", " << wav.bits << " bits, " << wav.channels << " channels)";
+        return WavFile{};
     }
-    const std::size_t width = static_cast<std::size_t>(wav.bits / 8);
-    const std::size_t frameBytes = width * static_cast<std::size_t>(wav.channels);
-    wav.samples.resize(dataBytes / frameBytes * static_cast<std::size_t>(wav.channels));
+    const auto width = static_cast<std::size_t>(wav.bits / 8);
+    wav.samples.resize(dataBytes / (width * static_cast<std::size_t>(wav.channels)) *
+                       static_cast<std::size_t>(wav.channels));
     for (std::size_t i = 0; i < wav.samples.size(); ++i) {
-        const std::size_t at = dataAt + i * width;
+        const std::uint32_t raw = getLe(b, dataAt + i * width, wav.bits / 8);
         if (wav.format == kFloat) {
-            std::memcpy(&wav.samples[i], b.data() + at, sizeof(float));
-        } else {
-            // Sign-extend by placing the sample in the top bits of a 32-bit integer.
-            const auto raw =
-                static_cast<std::int32_t>(getLe(b, at, static_cast<int>(width)) << (32 - wav.bits));
-            wav.samples[i] = static_cast<float>(raw / 2147483648.0);
+            std::memcpy(&wav.samples[i], &raw, sizeof raw);
+        } else { // the sample in the top bits of a signed 32-bit integer
+            wav.samples[i] = static_cast<float>(static_cast<std::int32_t>(raw << (32 - wav.bits)) /
+                                                2147483648.0);
         }
     }
     return wav;

@@ -45,26 +45,21 @@ std::vector<float> sine(std::size_t frames, double hz, float amplitude) {
 
 class MixerTest : public ::testing::Test {
 protected:
-    VoiceHandle start(const SoundData& data, VoiceParams params = {},
-                      std::uint64_t frame = MixerCommand::kNow, std::uint32_t slot = 0,
-                      std::uint32_t generation = 1) {
-        MixerCommand command;
-        command.kind = MixerCommand::Kind::start;
-        command.voice = {slot, generation};
-        command.frame = frame;
-        command.params = params.sanitized();
-        command.data = &data;
-        EXPECT_TRUE(mMixer.send(command));
-        return command.voice;
-    }
-    void send(MixerCommand::Kind kind, VoiceHandle voice, std::uint64_t frame,
-              VoiceParams params = {}) {
+    VoiceHandle send(MixerCommand::Kind kind, VoiceHandle voice, std::uint64_t frame,
+                     VoiceParams params = {}, const SoundData* data = nullptr) {
         MixerCommand command;
         command.kind = kind;
         command.voice = voice;
         command.frame = frame;
         command.params = params.sanitized();
+        command.data = data;
         EXPECT_TRUE(mMixer.send(command));
+        return voice;
+    }
+    VoiceHandle start(const SoundData& data, VoiceParams params = {},
+                      std::uint64_t frame = MixerCommand::kNow, std::uint32_t slot = 0,
+                      std::uint32_t generation = 1) {
+        return send(MixerCommand::Kind::start, {slot, generation}, frame, params, &data);
     }
     /// Renders `frames` more frames in blocks of `block`, appending them to mSamples.
     void render(std::size_t frames, std::size_t block = 512) {
@@ -130,11 +125,9 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(PanCase{"mono hard left", -1.0f, 1.0f, 1, 0.5f, 0.0f},
                       PanCase{"mono hard right", 1.0f, 1.0f, 1, 0.0f, 0.5f},
                       PanCase{"mono centre", 0.0f, 1.0f, 1, kCentre, kCentre},
-                      PanCase{"mono centre half volume", 0.0f, 0.5f, 1, kCentre / 2, kCentre / 2},
                       PanCase{"mono half right", 0.5f, 1.0f, 1, 0.5f * 0.38268343f,
                               0.5f * 0.92387953f},
                       PanCase{"stereo centre", 0.0f, 1.0f, 2, 0.5f, -0.25f},
-                      PanCase{"stereo hard right", 1.0f, 1.0f, 2, 0.0f, -0.25f},
                       PanCase{"stereo half left", -0.5f, 1.0f, 2, 0.5f, -0.25f * 0.70710678f},
                       PanCase{"stereo hard left half volume", -1.0f, 0.5f, 2, 0.25f, 0.0f},
                       PanCase{"NaN pan is centre", kNaN, 1.0f, 1, kCentre, kCentre},
@@ -260,24 +253,19 @@ TEST_F(MixerTest, AVoiceWhoseSourceRunsDryWaitsSilentlyAndGoesOnWhenItFills) {
     EXPECT_EQ(ended[0].reason, VoiceEnded::Reason::finished);
 }
 
-TEST_F(MixerTest, ASourceThatFailsPartWayEndsWithReasonFailed) {
-    auto data = sound(constant(1000, 0.5f), 1, false);
-    data->finish(false);
-    start(*data);
+TEST_F(MixerTest, AFailingSourceEndsWhereItFailsAndAnEmptyOneWhereItStartsEvenLooping) {
+    auto failing = sound(constant(1000, 0.5f), 1, false);
+    failing->finish(false);
+    const auto empty = sound({}, 1);
+    start(*failing, {}, MixerCommand::kNow, 0);
+    start(*empty, {0.0f, 1.0f, -1}, 300, 1);
     render(1500);
     const auto ended = events();
-    ASSERT_EQ(ended.size(), 1u);
-    EXPECT_EQ(ended[0].reason, VoiceEnded::Reason::failed);
-    EXPECT_EQ(ended[0].frame, 1000u);
-}
-
-TEST_F(MixerTest, AnEmptySourceEndsOnItsStartFrameEvenWhenLooping) {
-    const auto data = sound({}, 1);
-    start(*data, {0.0f, 1.0f, -1}, 300);
-    render(1000);
-    const auto ended = events();
-    ASSERT_EQ(ended.size(), 1u);
+    ASSERT_EQ(ended.size(), 2u);
     EXPECT_EQ(ended[0].frame, 300u);
+    EXPECT_EQ(ended[0].voice.slot, 1u);
+    EXPECT_EQ(ended[1].reason, VoiceEnded::Reason::failed);
+    EXPECT_EQ(ended[1].frame, 1000u);
 }
 
 TEST_F(MixerTest, NonFiniteAndHugeSamplesNeverReachTheOutput) {
