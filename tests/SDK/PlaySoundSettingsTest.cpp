@@ -20,72 +20,48 @@ namespace {
 using Access = PlaySoundSettingsAccess;
 const FileURL kBeep = FileURL::fileURLWithPath("/sounds/beep.wav");
 
-TEST(PlaySoundSettingsTest, EveryRecordGetsItsOwnCanonicalUpperCaseVersion4UUID) {
+TEST(PlaySoundSettingsTest, EachFactorySetsItsFieldsAndEveryRecordGetsItsOwnUUID) {
+    const struct {
+        const char* name;
+        PlaySoundSettings made;
+        bool looped;
+        bool queuedPlay;
+        float volume;
+        float pan;
+    } rows[] = {
+        {"constructor",
+         PlaySoundSettings(kBeep, SoundsPanType::left(), SoundsVolumeType::extraLow(), true, true),
+         true, true, 0.05f, -1.0f},
+        {"queued", PlaySoundSettings::queued(kBeep), false, true, 0.75f, 0.0f},
+        {"instanly", PlaySoundSettings::instanly(kBeep), false, false, 0.75f, 0.0f},
+        {"looped", PlaySoundSettings::looped(kBeep), true, false, 0.75f, 0.0f},
+        {"custom",
+         PlaySoundSettings::custom(kBeep, true, SoundsVolumeType::low(), SoundsPanType::right(),
+                                   true),
+         true, true, 0.25f, 1.0f},
+        {"custom unclamped",
+         PlaySoundSettings::custom(kBeep, false, SoundsVolumeType::custom(2.0f),
+                                   SoundsPanType::custom(-3.0f), false),
+         false, false, 2.0f, -3.0f},
+        {"instanly again", PlaySoundSettings::instanly(kBeep), false, false, 0.75f, 0.0f},
+    };
     // 8-4-4-4-12 upper-case hexadecimal digits, version 4, RFC 4122 variant.
-    const std::regex canonical(
-        "[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
     std::set<std::string> ids;
-    for (int i = 0; i < 200; ++i) {
-        const std::string id = PlaySoundSettings::instanly(kBeep).id();
-        ASSERT_TRUE(std::regex_match(id, canonical)) << id;
-        ids.insert(id);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.made.looped(), row.looped);
+        EXPECT_EQ(row.made.queuedPlay, row.queuedPlay);
+        EXPECT_EQ(row.made.volume, row.volume);
+        EXPECT_EQ(row.made.panTypeValue(), row.pan);
+        EXPECT_EQ(row.made.filePathURL(), kBeep);
+        EXPECT_EQ(row.made.fileName, "beep.wav");
+        EXPECT_FALSE(row.made.ext().has_value());
+        EXPECT_TRUE(std::regex_match(row.made.id(), uuid)) << row.made.id();
+        ids.insert(row.made.id());
     }
-    EXPECT_EQ(ids.size(), 200u);
+    EXPECT_EQ(ids.size(), std::size(rows));
 }
-
-struct FactoryCase : test::NamedCase {
-    std::function<PlaySoundSettings()> make;
-    bool looped;
-    bool queuedPlay;
-    float volume;
-    float pan;
-};
-
-class PlaySoundSettingsFactoryTest : public ::testing::TestWithParam<FactoryCase> {};
-
-TEST_P(PlaySoundSettingsFactoryTest, SetsItsFieldsAndANewIdentity) {
-    const FactoryCase& c = GetParam();
-    const PlaySoundSettings s = c.make();
-    EXPECT_EQ(s.looped(), c.looped);
-    EXPECT_EQ(s.queuedPlay, c.queuedPlay);
-    EXPECT_EQ(s.volume, c.volume);
-    EXPECT_EQ(s.panTypeValue(), c.pan);
-    EXPECT_EQ(s.filePathURL(), kBeep);
-    EXPECT_EQ(s.fileName, "beep.wav");
-    EXPECT_FALSE(s.ext().has_value());
-    EXPECT_FALSE(s == c.make()) << "the same factory twice gives two identities";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Factories, PlaySoundSettingsFactoryTest,
-    ::testing::Values(FactoryCase{"constructor",
-                                  [] {
-                                      return PlaySoundSettings(kBeep, SoundsPanType::left(),
-                                                               SoundsVolumeType::extraLow(), true,
-                                                               true);
-                                  },
-                                  true, true, 0.05f, -1.0f},
-                      FactoryCase{"queued", [] { return PlaySoundSettings::queued(kBeep); }, false,
-                                  true, 0.75f, 0.0f},
-                      FactoryCase{"instanly", [] { return PlaySoundSettings::instanly(kBeep); },
-                                  false, false, 0.75f, 0.0f},
-                      FactoryCase{"looped", [] { return PlaySoundSettings::looped(kBeep); }, true,
-                                  false, 0.75f, 0.0f},
-                      FactoryCase{"custom URL",
-                                  [] {
-                                      return PlaySoundSettings::custom(
-                                          kBeep, true, SoundsVolumeType::low(),
-                                          SoundsPanType::right(), true);
-                                  },
-                                  true, true, 0.25f, 1.0f},
-                      FactoryCase{"custom URL unclamped",
-                                  [] {
-                                      return PlaySoundSettings::custom(
-                                          kBeep, false, SoundsVolumeType::custom(2.0f),
-                                          SoundsPanType::custom(-3.0f), false);
-                                  },
-                                  false, false, 2.0f, -3.0f}),
-    test::CaseName());
 
 class PlaySoundSettingsResourceTest : public ::testing::Test {
 protected:
@@ -104,7 +80,8 @@ protected:
     std::string previousBundle = bundle.resourcePath();
 };
 
-TEST_F(PlaySoundSettingsResourceTest, ABundledResourceIsUsedWithItsExtension) {
+TEST_F(PlaySoundSettingsResourceTest,
+       ABundledResourceIsUsedElseTheCachesFileUncheckedWithoutExtension) {
     bundleFolder.write("jump.wav");
     bundleFolder.write("click");
     const PlaySoundSettings s = resource("jump", "wav");
@@ -116,13 +93,10 @@ TEST_F(PlaySoundSettingsResourceTest, ABundledResourceIsUsedWithItsExtension) {
     EXPECT_EQ(s.volume, 0.5f);
     EXPECT_EQ(s.panTypeValue(), -1.0f);
     EXPECT_EQ(resource("click", "").filePathURL().path(), bundleFolder / "click");
-}
 
-TEST_F(PlaySoundSettingsResourceTest, OtherwiseTheCachesFileWithoutTheExtensionUnchecked) {
-    bundleFolder.write("jump.mp3");
-    const PlaySoundSettings s = resource("jump", "wav");
-    EXPECT_EQ(s.filePathURL().path(), home / "caches/jump");
-    EXPECT_EQ(s.fileName, "jump");
+    const PlaySoundSettings cached = resource("jump", "mp3");
+    EXPECT_EQ(cached.filePathURL().path(), home / "caches/jump");
+    EXPECT_EQ(cached.fileName, "jump");
     EXPECT_FALSE(std::filesystem::exists(home / "caches/jump"));
 }
 

@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include "support/NamedCase.hpp"
 #include "support/TempFolder.hpp"
 
 namespace vantelo_sounds {
@@ -25,45 +24,30 @@ protected:
     test::TempFolder folder;
 };
 
-struct ClipCase : test::NamedCase {
-    bool withURL;
-    bool directory; // what is made at the URL's path; neither: nothing
-    bool file;
-};
+TEST_F(SoundInstructionTest, HasAnInstantClipOnlyWhenSomethingIsAtThePath) {
+    const auto url = [&](const std::string& name) {
+        return FileURL::fileURLWithPath(folder / name);
+    };
+    folder.write("clip.wav");
+    std::filesystem::create_directories(folder / "folder.wav");
+    EXPECT_FALSE(SoundInstruction("a", std::nullopt).hasSoundfile);
+    const SoundInstruction missing("a", url("missing.wav"));
+    EXPECT_FALSE(missing.hasSoundfile);
+    EXPECT_FALSE(missing.soudClip().has_value());
+    EXPECT_TRUE(SoundInstruction("a", url("folder.wav")).hasSoundfile) << "any entry counts";
 
-class SoundInstructionClipTest : public SoundInstructionTest,
-                                 public ::testing::WithParamInterface<ClipCase> {};
-
-TEST_P(SoundInstructionClipTest, HasAnInstantClipOnlyWhenSomethingIsAtThePath) {
-    const ClipCase& c = GetParam();
-    const FileURL url = FileURL::fileURLWithPath(folder / "clip.wav");
-    if (c.directory) {
-        std::filesystem::create_directories(url.path());
-    } else if (c.file) {
-        folder.write("clip.wav");
-    }
-    const bool hasClip = c.withURL && (c.directory || c.file);
-    const SoundInstruction instruction("Turn left", c.withURL ? std::optional(url) : std::nullopt);
+    const SoundInstruction instruction("Turn left", url("clip.wav"));
     EXPECT_EQ(instruction.text, "Turn left");
-    EXPECT_EQ(instruction.hasSoundfile, hasClip);
-    ASSERT_EQ(instruction.soudClip().has_value(), hasClip);
-    if (hasClip) {
-        const auto& clip = *instruction.soudClip();
-        EXPECT_EQ(clip.filePathURL(), url);
-        EXPECT_EQ(clip.fileName, "clip.wav");
-        EXPECT_EQ(clip.volume, 0.75f);
-        EXPECT_EQ(clip.panTypeValue(), 0.0f);
-        EXPECT_FALSE(clip.looped());
-        EXPECT_FALSE(clip.queuedPlay);
-    }
+    EXPECT_TRUE(instruction.hasSoundfile);
+    ASSERT_TRUE(instruction.soudClip().has_value());
+    const PlaySoundSettings& clip = *instruction.soudClip();
+    EXPECT_EQ(clip.filePathURL(), url("clip.wav"));
+    EXPECT_EQ(clip.fileName, "clip.wav");
+    EXPECT_EQ(clip.volume, 0.75f);
+    EXPECT_EQ(clip.panTypeValue(), 0.0f);
+    EXPECT_FALSE(clip.looped());
+    EXPECT_FALSE(clip.queuedPlay);
 }
-
-INSTANTIATE_TEST_SUITE_P(Paths, SoundInstructionClipTest,
-                         ::testing::Values(ClipCase{"no URL", false, false, true},
-                                           ClipCase{"missing file", true, false, false},
-                                           ClipCase{"existing file", true, false, true},
-                                           ClipCase{"directory", true, true, false}),
-                         test::CaseName());
 
 TEST_F(SoundInstructionTest, TheIdIsTheWallClockInSecondsSince1970) {
     using namespace std::chrono;

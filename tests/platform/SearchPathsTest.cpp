@@ -41,16 +41,6 @@ TEST_F(SearchPathsTest, ARelativeOrEmptyXdgHomeFallsBackToHomeAndOnlyCachesAreMa
     EXPECT_FALSE(fs::exists("relative"));
 }
 
-TEST_F(SearchPathsTest, WithoutHomeTheAccountsHomeFolderIsUsed) {
-    ScopedEnv xdg("XDG_CACHE_HOME", std::nullopt);
-    ScopedEnv home("HOME", std::nullopt);
-    const auto account = SearchPaths::homeDirectory();
-    if (!account) {
-        GTEST_SKIP() << "this account has no home folder";
-    }
-    EXPECT_EQ(SearchPaths::cachesDirectories(), Paths{*account + "/.cache"});
-}
-
 TEST_F(SearchPathsTest, AnyEntryButADanglingLinkExistsAndWhateverIsThereIsRemoved) {
     FileManager& manager = FileManager::defaultManager();
     const auto remove = [&](const std::string& name) {

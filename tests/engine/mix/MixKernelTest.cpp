@@ -48,32 +48,21 @@ protected:
     const MixKernel::Table* kernels = nullptr;
 };
 
-TEST_P(MixKernelTest, MonoMatchesThePlainLoopBitForBit) {
-    for (const std::size_t frames : kLengths) {
-        // One float of offset: neither pointer is vector-aligned.
-        const auto src = ramp(frames + 1, 0.9f);
-        auto out = ramp(2 * frames + 2, 0.25f);
-        auto expected = out;
-        for (std::size_t i = 0; i < frames; ++i) {
-            expected[1 + 2 * i] += src[1 + i] * kLeft;
-            expected[2 + 2 * i] += src[1 + i] * kRight;
+TEST_P(MixKernelTest, MonoAndStereoMatchThePlainLoopBitForBit) {
+    for (const std::size_t channels : {1, 2}) {
+        for (const std::size_t frames : kLengths) {
+            // One float of offset: neither pointer is vector-aligned.
+            const auto src = ramp(channels * frames + 1, 0.9f);
+            auto out = ramp(2 * frames + 2, 0.25f);
+            auto expected = out;
+            for (std::size_t i = 0; i < frames; ++i) {
+                expected[1 + 2 * i] += src[1 + channels * i] * kLeft;
+                expected[2 + 2 * i] += src[channels * (i + 1)] * kRight;
+            }
+            (channels == 1 ? kernels->addMono : kernels->addStereo)(out.data() + 1, src.data() + 1,
+                                                                    frames, kLeft, kRight);
+            EXPECT_EQ(out, expected) << channels << " channels, " << frames << " frames";
         }
-        kernels->addMono(out.data() + 1, src.data() + 1, frames, kLeft, kRight);
-        EXPECT_EQ(out, expected) << frames << " frames";
-    }
-}
-
-TEST_P(MixKernelTest, StereoMatchesThePlainLoopBitForBit) {
-    for (const std::size_t frames : kLengths) {
-        const auto src = ramp(2 * frames + 1, 0.9f);
-        auto out = ramp(2 * frames + 2, 0.25f);
-        auto expected = out;
-        for (std::size_t i = 0; i < frames; ++i) {
-            expected[1 + 2 * i] += src[1 + 2 * i] * kLeft;
-            expected[2 + 2 * i] += src[2 + 2 * i] * kRight;
-        }
-        kernels->addStereo(out.data() + 1, src.data() + 1, frames, kLeft, kRight);
-        EXPECT_EQ(out, expected) << frames << " frames";
     }
 }
 
