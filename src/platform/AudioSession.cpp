@@ -7,6 +7,7 @@
 #include <vantelo_sounds/platform/NotificationCenter.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
 #include <vantelo_sounds/platform/SearchPaths.hpp>
+#include <vantelo_sounds/platform/Simulation.hpp>
 
 namespace vantelo_sounds {
 
@@ -108,22 +109,6 @@ AudioSession& AudioSession::sharedInstance() {
     return session;
 }
 
-void AudioSession::resetSharedForTesting() {
-    AudioSession& session = sharedInstance();
-    std::lock_guard lock(session.mMutex);
-    session.mCategory = AudioSessionCategory::soloAmbient;
-    session.mMode = AudioSessionMode::defaultMode;
-    session.mOptions = 0;
-    session.mActive = false;
-    session.mCategoryCalls = 0;
-    session.mActiveCalls = 0;
-    session.mCategoryRefusal.reset();
-    session.mActiveRefusal.reset();
-    session.mPermission = RecordPermission::undetermined;
-    session.mPersistPermission = false;
-    session.mPrompt = nullptr;
-}
-
 std::error_code AudioSession::setCategory(AudioSessionCategory category, AudioSessionMode mode,
                                           AudioSessionCategoryOptions options) {
     std::lock_guard lock(mMutex);
@@ -165,16 +150,6 @@ AudioSessionCategoryOptions AudioSession::categoryOptions() const {
 bool AudioSession::isActive() const {
     std::lock_guard lock(mMutex);
     return mActive;
-}
-
-int AudioSession::callCount(AudioSessionOperation op) const {
-    std::lock_guard lock(mMutex);
-    return op == AudioSessionOperation::setCategory ? mCategoryCalls : mActiveCalls;
-}
-
-void AudioSession::setRefusal(AudioSessionOperation op, std::optional<std::error_code> error) {
-    std::lock_guard lock(mMutex);
-    (op == AudioSessionOperation::setCategory ? mCategoryRefusal : mActiveRefusal) = error;
 }
 
 void AudioSession::loadPermissionLocked() {
@@ -251,8 +226,7 @@ void AudioSession::setPermissionPrompt(std::function<bool()> prompt) {
 }
 
 void AudioSession::setRecordPermissionForTesting(RecordPermission permission) {
-    std::lock_guard lock(mMutex);
-    mPermission = permission;
+    simulation::setRecordPermission(permission);
 }
 
 void AudioSession::reloadRecordPermission() {

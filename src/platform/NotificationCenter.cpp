@@ -15,13 +15,12 @@ NotificationCenter& NotificationCenter::defaultCenter() {
     return center;
 }
 
-void NotificationCenter::resetDefaultForTesting() {
-    NotificationCenter& center = defaultCenter();
-    std::lock_guard lock(center.mMutex);
-    for (const auto& entry : center.mEntries) {
+void NotificationCenter::removeAllObservers() {
+    std::lock_guard lock(mMutex);
+    for (const auto& entry : mEntries) {
         entry->active = false;
     }
-    center.mEntries.clear();
+    mEntries.clear();
 }
 
 NotificationCenter::ObserverId NotificationCenter::addObserver(std::string name,

@@ -1,16 +1,14 @@
 #include <algorithm>
 #include <cctype>
-#include <mutex>
+#include <vantelo_sounds/platform/Simulation.hpp>
 #include <vantelo_sounds/platform/SpeechSynthesisVoice.hpp>
 
 #include "engine/speech/EspeakLibrary.hpp"
+#include "platform/SimulationState.hpp"
 
 namespace vantelo_sounds {
 
 namespace {
-
-std::mutex gOverrideMutex;
-std::optional<std::vector<std::string>> gAvailableOverride;
 
 bool sameCode(const std::string& a, const std::string& b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
@@ -29,16 +27,12 @@ SpeechSynthesisVoice::SpeechSynthesisVoice(std::string language, std::string ide
 
 std::shared_ptr<const SpeechSynthesisVoice>
 SpeechSynthesisVoice::voiceWithLanguage(const std::string& code) {
-    bool listedForTesting = false;
-    {
-        std::lock_guard lock(gOverrideMutex);
-        if (gAvailableOverride) {
-            const auto& codes = *gAvailableOverride;
-            listedForTesting = std::any_of(codes.begin(), codes.end(),
-                                           [&](const std::string& c) { return sameCode(c, code); });
-            if (!listedForTesting) {
-                return nullptr;
-            }
+    bool listedBySimulation = false;
+    if (const auto pretended = simulation::simulatedLanguages()) {
+        listedBySimulation = std::any_of(pretended->begin(), pretended->end(),
+                                         [&](const std::string& c) { return sameCode(c, code); });
+        if (!listedBySimulation) {
+            return nullptr;
         }
     }
     const auto voices = engine::EspeakLibrary::instance().voicesForLanguage(code);
@@ -46,8 +40,8 @@ SpeechSynthesisVoice::voiceWithLanguage(const std::string& code) {
         return std::make_shared<const SpeechSynthesisVoice>(code, voices.front().identifier,
                                                             voices.front().name);
     }
-    if (listedForTesting) {
-        // A test's language that espeak-ng lacks: a voice by name only.
+    if (listedBySimulation) {
+        // A pretended language that espeak-ng lacks: a voice by name only.
         return std::make_shared<const SpeechSynthesisVoice>(code, code, code);
     }
     return nullptr;
@@ -55,8 +49,7 @@ SpeechSynthesisVoice::voiceWithLanguage(const std::string& code) {
 
 void SpeechSynthesisVoice::setAvailableLanguagesForTesting(
     std::optional<std::vector<std::string>> codes) {
-    std::lock_guard lock(gOverrideMutex);
-    gAvailableOverride = std::move(codes);
+    simulation::setAvailableLanguages(std::move(codes));
 }
 
 } // namespace vantelo_sounds

@@ -4,30 +4,30 @@
 #include <set>
 #include <thread>
 #include <vantelo_sounds/VTOSoundRecorder.hpp>
-#include <vantelo_sounds/platform/AudioSession.hpp>
 #include <vantelo_sounds/platform/Bundle.hpp>
 #include <vantelo_sounds/platform/Console.hpp>
-#include <vantelo_sounds/platform/NotificationCenter.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
+#include <vantelo_sounds/platform/Simulation.hpp>
 
 #include <gtest/gtest.h>
 
 #include "support/ManagerTestAccess.hpp"
+#include "support/NamedCase.hpp"
 
 namespace vantelo_sounds {
 namespace {
 
 using Access = VTOSoundsManagerTestAccess;
+using simulation::AudioSessionOperation;
 
 class ManagerCreationTest : public ::testing::Test {
 protected:
     ManagerCreationTest() {
         RunLoop::resetMainManual();
-        AudioSession::resetSharedForTesting();
-        NotificationCenter::resetDefaultForTesting();
+        simulation::resetAudioSession();
+        simulation::resetDefaultNotificationCenter();
+        simulation::setAvailableLanguages(std::vector<std::string>{"en-GB", "fr-FR"});
         Bundle::main().setLocalizations({});
-        SpeechSynthesisVoice::setAvailableLanguagesForTesting(
-            std::vector<std::string>{"en-GB", "fr-FR"});
         Console::shared().setSink([this](std::string_view line) {
             std::lock_guard lock(mMutex);
             lines.emplace_back(line);
@@ -35,7 +35,8 @@ protected:
     }
     ~ManagerCreationTest() override {
         Console::shared().setSink({});
-        SpeechSynthesisVoice::setAvailableLanguagesForTesting(std::nullopt);
+        simulation::setAvailableLanguages(std::nullopt);
+        simulation::resetAudioSession();
     }
 
     AudioSession& session = AudioSession::sharedInstance();
@@ -45,86 +46,69 @@ private:
     std::mutex mMutex;
 };
 
-TEST_F(ManagerCreationTest, StartsEmptyWithThePlaybackSessionActive) {
+TEST_F(ManagerCreationTest, SetsUpThePlaybackSessionMixingWithOthersAndPrintsNothing) {
     auto manager = Access::make();
-    EXPECT_TRUE(Access::table(*manager).empty());
-    EXPECT_TRUE(Access::playQueue(*manager).empty());
-    EXPECT_TRUE(Access::thingsNeedToBeSaid(*manager).empty());
-    EXPECT_TRUE(Access::instructionQueue(*manager).empty());
-    EXPECT_TRUE(Access::textCurrentlySpoken(*manager).empty());
-    EXPECT_FALSE(Access::isSpeaking(*manager));
-    EXPECT_FALSE(Access::hasSpeakCompletion(*manager));
-    EXPECT_EQ(Access::accessQueue(*manager).label(), "SynchronizedPlayQueueAccess");
+    EXPECT_EQ(session.category(), AudioSessionCategory::playback);
+    EXPECT_EQ(session.mode(), AudioSessionMode::defaultMode);
+    EXPECT_EQ(session.categoryOptions(), kInterruptSpokenAudioAndMixWithOthers);
+    EXPECT_TRUE(session.isActive());
     EXPECT_EQ(Access::syntesizer(*manager).delegate(), manager.get());
     auto* recorder = dynamic_cast<VTOSoundRecorder*>(&Access::soundRecorder(*manager));
     ASSERT_NE(recorder, nullptr);
     EXPECT_EQ(recorder->maxRecordDuration(), 2.5);
-
-    EXPECT_EQ(session.category(), AudioSessionCategory::playback);
-    EXPECT_EQ(session.mode(), AudioSessionMode::defaultMode);
-    EXPECT_EQ(session.categoryOptions(), 0x11u);
-    EXPECT_TRUE(session.isActive());
     EXPECT_TRUE(lines.empty());
 }
 
-struct RefusalCase {
-    const char* name;
+struct RefusalCase : test::NamedCase {
     AudioSessionOperation refused;
-    int expectedActivations;
+    AudioSessionError error;
+    int activations;
 };
 
 class ManagerSessionRefusalTest : public ManagerCreationTest,
                                   public ::testing::WithParamInterface<RefusalCase> {};
 
-TEST_P(ManagerSessionRefusalTest, PrintsOneSoundErrorLineAndStillWorks) {
-    const auto error = make_error_code(GetParam().refused == AudioSessionOperation::setCategory
-                                           ? AudioSessionError::incompatibleCategory
-                                           : AudioSessionError::isBusy);
-    session.setRefusal(GetParam().refused, error);
+TEST_P(ManagerSessionRefusalTest, PrintsOneSoundErrorLineAndTheManagerStillWorks) {
+    const std::error_code error = GetParam().error;
+    simulation::refuseAudioSession(GetParam().refused, error);
     auto manager = Access::make();
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0], "SOUND ERROR: " + error.message());
-    // No activation is attempted after a refused category.
-    EXPECT_EQ(session.callCount(AudioSessionOperation::setActive), GetParam().expectedActivations);
+    EXPECT_EQ(lines, std::vector<std::string>{"SOUND ERROR: " + error.message()});
+    EXPECT_EQ(simulation::audioSessionCallCount(AudioSessionOperation::setActive),
+              GetParam().activations)
+        << "no activation is attempted after a refused category";
     EXPECT_FALSE(session.isActive());
-    // Still usable: a request without settings completes at once.
     bool completed = false;
     Access::playSound(*manager, std::nullopt, [&] { completed = true; });
-    EXPECT_TRUE(completed);
+    EXPECT_TRUE(completed) << "a request without settings completes at once";
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Refusals, ManagerSessionRefusalTest,
-    ::testing::Values(RefusalCase{"category", AudioSessionOperation::setCategory, 0},
-                      RefusalCase{"activation", AudioSessionOperation::setActive, 1}),
-    [](const auto& p) { return std::string(p.param.name); });
+    ::testing::Values(RefusalCase{"category", AudioSessionOperation::setCategory,
+                                  AudioSessionError::incompatibleCategory, 0},
+                      RefusalCase{"activation", AudioSessionOperation::setActive,
+                                  AudioSessionError::isBusy, 1}),
+    test::CaseName());
 
-TEST_F(ManagerCreationTest, VoicesFollowTheBundlesLocalizationOfEnGB) {
-    {
-        auto manager = Access::make();
-        ASSERT_TRUE(Access::voice(*manager));
-        ASSERT_TRUE(Access::britishVoice(*manager));
-        EXPECT_EQ(Access::voice(*manager)->language(), "en-GB");
-        EXPECT_EQ(Access::britishVoice(*manager)->language(), "en-GB");
-    }
+TEST_F(ManagerCreationTest, TheVoiceFollowsTheBundlesLocalizationOfEnGBAndMayBeMissing) {
+    using Languages = std::pair<std::string, std::string>;
+    const auto languages = [](VTOSoundsManager& m) {
+        const auto& voice = Access::voice(m);
+        const auto& british = Access::britishVoice(m);
+        return Languages(voice ? voice->language() : "none",
+                         british ? british->language() : "none");
+    };
+    EXPECT_EQ(languages(*Access::make()), Languages("en-GB", "en-GB"));
     Bundle::main().setLocalizations({{"en-GB", "fr-FR"}});
-    auto localized = Access::make();
-    ASSERT_TRUE(Access::voice(*localized));
-    EXPECT_EQ(Access::voice(*localized)->language(), "fr-FR");
-    EXPECT_EQ(Access::britishVoice(*localized)->language(), "en-GB");
-}
-
-TEST_F(ManagerCreationTest, MissingVoicesAreLeftAbsentWithoutAMessage) {
-    SpeechSynthesisVoice::setAvailableLanguagesForTesting(std::vector<std::string>{});
-    auto manager = Access::make();
-    EXPECT_FALSE(Access::voice(*manager));
-    EXPECT_FALSE(Access::britishVoice(*manager));
-    EXPECT_TRUE(lines.empty());
+    EXPECT_EQ(languages(*Access::make()), Languages("fr-FR", "en-GB"));
+    simulation::setAvailableLanguages(std::vector<std::string>{});
+    EXPECT_EQ(languages(*Access::make()), Languages("none", "none"));
+    EXPECT_TRUE(lines.empty()) << "a missing voice is reported only when speech is asked for";
 }
 
 TEST_F(ManagerCreationTest, SharedFromEightThreadsIsOneManagerAndOneErrorLineAtMost) {
-    session.setRefusal(AudioSessionOperation::setCategory,
-                       make_error_code(AudioSessionError::incompatibleCategory));
+    simulation::refuseAudioSession(AudioSessionOperation::setCategory,
+                                   AudioSessionError::incompatibleCategory);
     std::mutex mutex;
     std::set<VTOSoundsManager*> seen;
     std::vector<std::thread> threads;
@@ -144,16 +128,17 @@ TEST_F(ManagerCreationTest, SharedFromEightThreadsIsOneManagerAndOneErrorLineAtM
     EXPECT_LE(lines.size(), 1u);
 }
 
-TEST_F(ManagerCreationTest, InterruptionNotificationsReachTheManagerUntilItGoesAway) {
+TEST_F(ManagerCreationTest, InterruptionsReachTheManagerOnlyWhileItLives) {
     auto manager = Access::make();
-    // A looping player would be resumed; with an empty table the notification must simply be
-    // taken without effect, and after the manager is gone nobody may be called.
-    session.postInterruption(0, 1);
+    // With an empty table a resume has no effect; after the manager is gone nobody may be called
+    // (AddressSanitizer watches that).
+    session.postInterruption(kAudioSessionInterruptionTypeEnded,
+                             kAudioSessionInterruptionOptionShouldResume);
     RunLoop::main().runOnce();
     manager.reset();
-    session.postInterruption(0, 1);
+    session.postInterruption(kAudioSessionInterruptionTypeEnded,
+                             kAudioSessionInterruptionOptionShouldResume);
     RunLoop::main().runOnce();
-    SUCCEED();
 }
 
 } // namespace

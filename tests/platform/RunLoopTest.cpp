@@ -7,57 +7,50 @@
 
 #include <gtest/gtest.h>
 
-using namespace std::chrono_literals;
-using vantelo_sounds::Duration;
-using vantelo_sounds::ManualClock;
-using vantelo_sounds::RunLoop;
-using vantelo_sounds::RunLoopSource;
-
+namespace vantelo_sounds {
 namespace {
 
-class RunLoopManualTest : public ::testing::Test {
-protected:
-    RunLoop& loop = RunLoop::resetMainManual();
-    std::vector<std::string> log;
+using namespace std::chrono_literals;
+using Log = std::vector<std::string>;
 
+class RunLoopTest : public ::testing::Test {
 public:
     void note(const std::string& what) {
         log.push_back(what + "@" + std::to_string(loop.now().count() / 1000000) + "ms");
     }
+
+protected:
+    RunLoop& loop = RunLoop::resetMainManual();
+    Log log;
 };
 
-TEST_F(RunLoopManualTest, TimersFireInDeadlineOrderThenSchedulingOrder) {
+TEST_F(RunLoopTest, TimersFireInDeadlineOrderThenSchedulingOrder) {
     loop.scheduleTimer(300ms, [&] { note("c"); });
     loop.scheduleTimer(100ms, [&] { note("a"); });
     loop.scheduleTimer(200ms, [&] { note("b1"); });
     loop.scheduleTimer(200ms, [&] { note("b2"); });
     loop.advance(250ms);
-    EXPECT_EQ(log, (std::vector<std::string>{"a@100ms", "b1@200ms", "b2@200ms"}));
+    EXPECT_EQ(log, (Log{"a@100ms", "b1@200ms", "b2@200ms"}));
     EXPECT_EQ(loop.now(), 250ms);
     EXPECT_EQ(loop.pendingTimers(), 1u);
     loop.advance(50ms);
     EXPECT_EQ(log.back(), "c@300ms");
 }
 
-TEST_F(RunLoopManualTest, TimerScheduledFromATimerRunsAtItsOwnDeadline) {
+TEST_F(RunLoopTest, ATimerMayScheduleAndCancelOthers) {
+    const auto doomed = loop.scheduleTimer(150ms, [&] { note("cancelled"); });
     loop.scheduleTimer(100ms, [&] {
         note("first");
+        loop.cancelTimer(doomed);
         loop.scheduleTimer(200ms, [&] { note("gap"); });
         loop.scheduleTimer(0ms, [&] { note("now"); });
     });
     loop.advance(1s);
-    EXPECT_EQ(log, (std::vector<std::string>{"first@100ms", "now@100ms", "gap@300ms"}));
-}
-
-TEST_F(RunLoopManualTest, CancelledTimerNeverRuns) {
-    const auto id = loop.scheduleTimer(100ms, [&] { note("cancelled"); });
-    loop.scheduleTimer(50ms, [&] { loop.cancelTimer(id); });
-    loop.advance(1s);
-    EXPECT_TRUE(log.empty());
+    EXPECT_EQ(log, (Log{"first@100ms", "now@100ms", "gap@300ms"}));
     EXPECT_EQ(loop.pendingTimers(), 0u);
 }
 
-TEST_F(RunLoopManualTest, PostedFromAnotherThreadRunsOnTheLoopThreadInOrder) {
+TEST_F(RunLoopTest, CallbacksPostedFromAnotherThreadRunOnTheLoopThreadInOrder) {
     std::vector<std::thread::id> threads;
     std::thread other([&] {
         for (int i = 0; i < 3; ++i) {
@@ -69,18 +62,15 @@ TEST_F(RunLoopManualTest, PostedFromAnotherThreadRunsOnTheLoopThreadInOrder) {
     });
     other.join();
     loop.runOnce();
-    EXPECT_EQ(log, (std::vector<std::string>{"p0@0ms", "p1@0ms", "p2@0ms"}));
-    for (auto id : threads) {
-        EXPECT_EQ(id, std::this_thread::get_id());
-    }
-    EXPECT_TRUE(loop.isLoopThread());
+    EXPECT_EQ(log, (Log{"p0@0ms", "p1@0ms", "p2@0ms"}));
+    EXPECT_EQ(threads, std::vector<std::thread::id>(3, std::this_thread::get_id()));
 }
 
 // A source that "ends a sound" at fixed times: it refuses to advance past its next event, and
 // delivers the event on the following dispatch.
 class EventAtTimes : public RunLoopSource {
 public:
-    EventAtTimes(RunLoopManualTest& test, std::vector<Duration> times)
+    EventAtTimes(RunLoopTest& test, std::vector<Duration> times)
         : mTest(test)
         , mTimes(std::move(times)) {}
     Duration advanceTo(Duration target) override {
@@ -100,30 +90,22 @@ public:
     bool isBusy() const override { return !mTimes.empty(); }
 
 private:
-    RunLoopManualTest& mTest;
+    RunLoopTest& mTest;
     std::vector<Duration> mTimes;
     bool mDue = false;
 };
 
-TEST_F(RunLoopManualTest, SourceEventsInterleaveWithTimersInTimeOrder) {
-    EventAtTimes source(*this, {150ms, 250ms});
+TEST_F(RunLoopTest, SourceEventsInterleaveWithTimersAndSettleStopsWhenNothingIsPending) {
+    EventAtTimes source(*this, {150ms, 250ms, 700ms});
     loop.addSource(&source);
     loop.scheduleTimer(100ms, [&] { note("t1"); });
     loop.scheduleTimer(200ms, [&] { note("t2"); });
     loop.advance(300ms);
+    EXPECT_EQ(log, (Log{"t1@100ms", "ended@150ms", "t2@200ms", "ended@250ms"}));
+    EXPECT_LT(loop.settle(10s), 1s);
+    EXPECT_EQ(log.back(), "ended@700ms");
     loop.removeSource(&source);
-    EXPECT_EQ(log,
-              (std::vector<std::string>{"t1@100ms", "ended@150ms", "t2@200ms", "ended@250ms"}));
-}
-
-TEST_F(RunLoopManualTest, SettleRunsUntilNothingIsPending) {
-    EventAtTimes source(*this, {700ms});
-    loop.addSource(&source);
-    loop.scheduleTimer(400ms, [&] { note("t"); });
-    const Duration reached = loop.settle(10s);
-    loop.removeSource(&source);
-    EXPECT_EQ(log, (std::vector<std::string>{"t@400ms", "ended@700ms"}));
-    EXPECT_LT(reached, 1s);
 }
 
 } // namespace
+} // namespace vantelo_sounds

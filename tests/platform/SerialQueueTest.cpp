@@ -7,48 +7,27 @@
 
 #include <gtest/gtest.h>
 
-using vantelo_sounds::SerialQueue;
-
+namespace vantelo_sounds {
 namespace {
 
-TEST(SerialQueueTest, NestedSyncOnTheSameQueueRunsInlineAtOnce) {
+TEST(SerialQueueTest, ANestedSyncOnTheSameQueueRunsInlineAtOnce) {
     SerialQueue queue("SynchronizedPlayQueueAccess");
     std::vector<int> order;
     EXPECT_FALSE(queue.isCurrent());
     queue.sync([&] {
         order.push_back(1);
-        EXPECT_TRUE(queue.isCurrent());
         queue.sync([&] {
             order.push_back(2);
             queue.sync([&] { order.push_back(3); });
         });
         order.push_back(4);
+        EXPECT_TRUE(queue.isCurrent());
+        bool currentElsewhere = true;
+        std::thread([&] { currentElsewhere = queue.isCurrent(); }).join();
+        EXPECT_FALSE(currentElsewhere);
     });
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4}));
     EXPECT_FALSE(queue.isCurrent());
-}
-
-TEST(SerialQueueTest, AnotherQueueInsideABlockIsEnteredAndLeftProperly) {
-    SerialQueue outer("outer");
-    SerialQueue inner("inner");
-    outer.sync([&] {
-        inner.sync([&] {
-            EXPECT_TRUE(outer.isCurrent());
-            EXPECT_TRUE(inner.isCurrent());
-            outer.sync([] {}); // still re-entrant from two levels down
-        });
-        EXPECT_FALSE(inner.isCurrent());
-    });
-}
-
-TEST(SerialQueueTest, AThrowingBlockLeavesTheQueueUsable) {
-    SerialQueue queue("q");
-    EXPECT_THROW(queue.sync([] { throw 1; }), int);
-    EXPECT_FALSE(queue.isCurrent());
-    bool ran = false;
-    std::thread other([&] { queue.sync([&] { ran = true; }); });
-    other.join();
-    EXPECT_TRUE(ran);
 }
 
 TEST(SerialQueueTest, BlocksFromManyThreadsNeverOverlap) {
@@ -61,9 +40,7 @@ TEST(SerialQueueTest, BlocksFromManyThreadsNeverOverlap) {
         threads.emplace_back([&] {
             for (int i = 0; i < 2000; ++i) {
                 queue.sync([&] {
-                    if (inside.fetch_add(1) != 0) {
-                        ++overlaps;
-                    }
+                    overlaps += inside.fetch_add(1) != 0 ? 1 : 0;
                     ++counter;
                     queue.sync([&] { ++counter; });
                     inside.fetch_sub(1);
@@ -78,14 +55,5 @@ TEST(SerialQueueTest, BlocksFromManyThreadsNeverOverlap) {
     EXPECT_EQ(counter, 4 * 2000 * 2);
 }
 
-TEST(SerialQueueTest, IsCurrentIsFalseOnOtherThreadsWhileABlockRuns) {
-    SerialQueue queue("q");
-    queue.sync([&] {
-        bool seenCurrent = true;
-        std::thread other([&] { seenCurrent = queue.isCurrent(); });
-        other.join();
-        EXPECT_FALSE(seenCurrent);
-    });
-}
-
 } // namespace
+} // namespace vantelo_sounds

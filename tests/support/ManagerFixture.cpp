@@ -1,14 +1,12 @@
 #include "support/ManagerFixture.hpp"
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <thread>
-#include <vantelo_sounds/platform/AudioSession.hpp>
 #include <vantelo_sounds/platform/Bundle.hpp>
 #include <vantelo_sounds/platform/Console.hpp>
-#include <vantelo_sounds/platform/NotificationCenter.hpp>
+#include <vantelo_sounds/platform/Simulation.hpp>
 
 #include "engine/output/ManualOutput.hpp"
 #include "platform/AudioSystem.hpp"
@@ -16,13 +14,10 @@
 namespace vantelo_sounds::test {
 
 ManagerFixture::ManagerFixture() {
-    mCaches = sounds.dir() + "/caches";
-    std::filesystem::create_directories(mCaches);
-    setenv("XDG_CACHE_HOME", mCaches.c_str(), 1);
-
+    std::filesystem::create_directories(sounds.path("caches"));
     mLoop = &RunLoop::resetMainManual();
-    AudioSession::resetSharedForTesting();
-    NotificationCenter::resetDefaultForTesting();
+    simulation::resetAudioSession();
+    simulation::resetDefaultNotificationCenter();
     Bundle::main().setResourcePath(sounds.dir());
     Bundle::main().setLocalizations({});
     OutputConfig config;

@@ -10,14 +10,16 @@
 
 #include "support/ManagerTestAccess.hpp"
 #include "support/OfflineAudio.hpp"
+#include "support/ScopedEnv.hpp"
 #include "support/SoundFixtures.hpp"
 
 namespace vantelo_sounds::test {
 
-/// A manager of its own on a fresh platform: a manual run loop at time 0, the manual output whose
-/// mix is kept in memory, a console whose lines are kept, test sounds in a temporary folder and a
-/// caches folder of its own. Console lines and completions go into one ordered log, each stamped
-/// with the loop time in milliseconds ("12.5ms Sound is playing in channel 1").
+/// A manager of its own on a fresh platform: a manual run loop at time 0, a reset audio session
+/// and default notification center, the manual output whose mix is kept in memory, a console
+/// whose lines are kept, test sounds in a temporary folder and a caches folder of its own. Console
+/// lines and completions go into one ordered log, each stamped with the loop time in milliseconds
+/// ("12.5ms Sound is playing in channel 1").
 class ManagerFixture : public ::testing::Test {
 protected:
     ManagerFixture();
@@ -57,13 +59,13 @@ protected:
     SoundFixtures sounds;
 
 private:
+    ScopedEnv mCacheHome{"XDG_CACHE_HOME", sounds.path("caches")};
     void note(const std::string& entry);
 
     RunLoop* mLoop = nullptr;
     std::unique_ptr<VTOSoundsManager> mManager;
     std::vector<std::string> mLog;
     std::vector<float> mMix;
-    std::string mCaches;
 };
 
 } // namespace vantelo_sounds::test

@@ -14,34 +14,12 @@
 
 #include <gtest/gtest.h>
 
+#include "support/WavFile.hpp"
+
 namespace vantelo_sounds::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-void putLe(std::string& out, std::uint64_t value, int bytes) {
-    for (int i = 0; i < bytes; ++i) {
-        out.push_back(static_cast<char>((value >> (8 * i)) & 0xff));
-    }
-}
-
-// A canonical 44-byte header; the fields are taken as given, so they can lie.
-std::string wavHeader(std::uint32_t rate, std::uint32_t channels, int bits, bool isFloat,
-                      std::uint32_t dataBytes) {
-    std::string h = "RIFF";
-    putLe(h, 36 + static_cast<std::uint64_t>(dataBytes), 4);
-    h += "WAVEfmt ";
-    putLe(h, 16, 4);
-    putLe(h, isFloat ? 3 : 1, 2);
-    putLe(h, channels, 2);
-    putLe(h, rate, 4);
-    putLe(h, static_cast<std::uint64_t>(rate) * channels * static_cast<std::uint64_t>(bits / 8), 4);
-    putLe(h, channels * static_cast<std::uint64_t>(bits / 8), 2);
-    putLe(h, static_cast<std::uint64_t>(bits), 2);
-    h += "data";
-    putLe(h, dataBytes, 4);
-    return h;
-}
 
 std::vector<float> sine(double hz, double seconds, int rate, int channels, float amplitude) {
     const auto frames = static_cast<std::size_t>(std::llround(seconds * rate));
@@ -58,31 +36,12 @@ std::vector<float> sine(double hz, double seconds, int rate, int channels, float
 
 } // namespace
 
-SoundFixtures::SoundFixtures() {
-    std::string pattern = (fs::temp_directory_path() / "vantelo-sounds-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        ADD_FAILURE() << "cannot make a temporary folder";
-    }
-    mDir = pattern;
-}
-
-SoundFixtures::~SoundFixtures() {
-    std::error_code ignored;
-    fs::remove_all(mDir, ignored);
-}
-
 std::string SoundFixtures::path(const std::string& name) const {
-    return mDir + "/" + name;
+    return mFolder / name;
 }
 
 std::string SoundFixtures::writeBytes(const std::string& name, const std::string& bytes) {
-    const std::string target = path(name);
-    std::ofstream out(target, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!out) {
-        ADD_FAILURE() << "cannot write " << target;
-    }
-    return target;
+    return mFolder.write(name, bytes);
 }
 
 std::string SoundFixtures::readBytes(const std::string& file, std::size_t length) {
@@ -98,26 +57,13 @@ std::string SoundFixtures::readBytes(const std::string& file, std::size_t length
 
 std::string SoundFixtures::tone(const std::string& name, double hz, double seconds, int rate,
                                 int channels, float amplitude, WavEncoding encoding) {
-    const std::vector<float> samples = sine(hz, seconds, rate, channels, amplitude);
-    const int bits = encoding == WavEncoding::pcm16 ? 16 : encoding == WavEncoding::pcm24 ? 24 : 32;
-    std::string data;
-    data.reserve(samples.size() * static_cast<std::size_t>(bits / 8));
-    for (const float s : samples) {
-        if (encoding == WavEncoding::float32) {
-            std::uint32_t raw = 0;
-            std::memcpy(&raw, &s, sizeof raw);
-            putLe(data, raw, 4);
-        } else {
-            const double scale = bits == 16 ? 32767.0 : 8388607.0;
-            const auto v = static_cast<std::int32_t>(std::lround(s * scale));
-            putLe(data, static_cast<std::uint32_t>(v), bits / 8);
-        }
-    }
-    return writeBytes(name, wavHeader(static_cast<std::uint32_t>(rate),
-                                      static_cast<std::uint32_t>(channels), bits,
-                                      encoding == WavEncoding::float32,
-                                      static_cast<std::uint32_t>(data.size())) +
-                                data);
+    WavFile wav;
+    wav.format = encoding == WavEncoding::float32 ? WavFile::kFloat : WavFile::kPcm;
+    wav.bits = encoding == WavEncoding::pcm16 ? 16 : encoding == WavEncoding::pcm24 ? 24 : 32;
+    wav.channels = channels;
+    wav.rate = rate;
+    wav.samples = sine(hz, seconds, rate, channels, amplitude);
+    return writeBytes(name, wav.bytes());
 }
 
 std::string SoundFixtures::encoded(const std::string& name, engine::AudioFileFormat format,
@@ -201,13 +147,16 @@ std::string SoundFixtures::bad(BadFile kind) {
         return writeBytes("mp3-inside.wav", readBytes(mp3));
     }
     case BadFile::wavRateZero:
-        return writeBytes("rate0.wav", wavHeader(0, 1, 16, false, 4000) + std::string(4000, '\0'));
+        return writeBytes("rate0.wav",
+                          WavFile::header(WavFile::kPcm, 1, 0, 16, 4000) + std::string(4000, '\0'));
     case BadFile::wavManyChannels:
         return writeBytes("channels65535.wav",
-                          wavHeader(48000, 65535, 16, false, 4000) + std::string(4000, '\0'));
+                          WavFile::header(WavFile::kPcm, 65535, 48000, 16, 4000) +
+                              std::string(4000, '\0'));
     case BadFile::wavHugeDataSize:
         return writeBytes("huge-claim.wav",
-                          wavHeader(48000, 1, 16, false, 0xFFFFFFF0u) + std::string(56, '\x10'));
+                          WavFile::header(WavFile::kPcm, 1, 48000, 16, 0xFFFFFFF0u) +
+                              std::string(56, '\x10'));
     case BadFile::m4aOnlyFtyp: {
         const std::string m4a = encoded("for-ftyp.m4a", AudioFileFormat::m4a, 440, 0.5);
         const std::string bytes = readBytes(m4a);

@@ -4,6 +4,7 @@
 
 #include "engine/codec/AudioFileFormat.hpp"
 #include "engine/codec/AudioFileWriter.hpp"
+#include "support/TempFolder.hpp"
 
 namespace vantelo_sounds::test {
 
@@ -39,13 +40,8 @@ public:
         symlinkToSound,         ///< a symlink to a good WAV (fine)
     };
 
-    SoundFixtures();
-    ~SoundFixtures();
-    SoundFixtures(const SoundFixtures&) = delete;
-    SoundFixtures& operator=(const SoundFixtures&) = delete;
-
     /// The temporary folder, without a trailing slash.
-    std::string dir() const { return mDir; }
+    std::string dir() const { return mFolder.path(); }
     /// dir() + "/" + name.
     std::string path(const std::string& name) const;
 
@@ -68,7 +64,7 @@ public:
     static std::string readBytes(const std::string& path, std::size_t length = std::string::npos);
 
 private:
-    std::string mDir;
+    TempFolder mFolder;
 };
 
 } // namespace vantelo_sounds::test

@@ -10,6 +10,10 @@
 
 namespace vantelo_sounds {
 
+namespace simulation {
+struct Access;
+}
+
 enum class AudioSessionCategory { ambient, soloAmbient, playback, record, playAndRecord };
 
 enum class AudioSessionMode {
@@ -36,9 +40,6 @@ enum class RecordPermission : std::uint32_t {
     denied = 1684369017,       // 'deny'
     granted = 1735552628,      // 'grnt'
 };
-
-/// The session operations that can be made to fail (a busy device, a test).
-enum class AudioSessionOperation { setCategory, setActive };
 
 /// Errors of the audio session, under the category "vantelo_sounds.AudioSessionError". The values
 /// are four-character codes, never 0, so that an error never reads as success.
@@ -67,14 +68,10 @@ inline constexpr std::uint64_t kAudioSessionInterruptionOptionShouldResume = 1;
 /// active, the microphone permission and interruptions. Thread-safe.
 ///
 /// Activation controls nothing harmful here: the mixer keeps running. The session keeps and
-/// reports what it is told, and refuses what a test or a game tells it to refuse.
+/// reports what it is told; platform/Simulation.hpp makes it refuse, count calls and pretend.
 class AudioSession {
 public:
     static AudioSession& sharedInstance();
-    /// Tests only: fresh state (soloAmbient, default mode, no options, inactive), no refusals,
-    /// permission undetermined and kept in memory only (nothing stored until
-    /// reloadRecordPermission), the default prompt.
-    static void resetSharedForTesting();
 
     /// Sets category, mode and options together. A refused call changes nothing.
     std::error_code setCategory(AudioSessionCategory category, AudioSessionMode mode,
@@ -87,11 +84,6 @@ public:
     AudioSessionMode mode() const;
     AudioSessionCategoryOptions categoryOptions() const;
     bool isActive() const;
-    /// How many setCategory / setActive calls were made, refused ones included.
-    int callCount(AudioSessionOperation op) const;
-
-    /// Makes every later call of `op` fail with `error` (no value: accept again).
-    void setRefusal(AudioSessionOperation op, std::optional<std::error_code> error);
 
     // ---- record permission ------------------------------------------------------------------
 
@@ -105,7 +97,7 @@ public:
     /// Replaces the question put to the user (empty: the default, which asks on the terminal
     /// when standard input is one, else refuses). Called on the requesting thread.
     void setPermissionPrompt(std::function<bool()> prompt);
-    /// Tests only: sets the answer without asking or storing it.
+    /// Kept only until the scenario runner calls simulation::setRecordPermission; do not use.
     void setRecordPermissionForTesting(RecordPermission permission);
     /// Forgets the answer in memory: the next read takes it again from the environment or the
     /// application's file, and later answers are stored there (unless the environment set it).
@@ -116,12 +108,13 @@ public:
     /// Posts, through the main run loop, the interruption notification with `type` and, when
     /// given, `options` in its userInfo (std::uint64_t values) to the default center.
     void postInterruption(std::uint64_t type, std::optional<std::uint64_t> options);
-    /// Posts any notification through the main run loop to the default center (tests that need
-    /// odd values).
-    void postNotification(Notification notification);
 
 private:
+    friend struct simulation::Access; // refusals, call counts and resets
+
     AudioSession();
+    /// Posts through the main run loop to the default center.
+    static void postNotification(Notification notification);
     void loadPermissionLocked();
     void storePermission(RecordPermission permission);
 

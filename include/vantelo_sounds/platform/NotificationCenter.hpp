@@ -10,6 +10,10 @@
 
 namespace vantelo_sounds {
 
+namespace simulation {
+struct Access;
+}
+
 /// Delivers notifications to the observers registered for their name. Thread-safe.
 class NotificationCenter {
 public:
@@ -21,8 +25,6 @@ public:
     NotificationCenter& operator=(const NotificationCenter&) = delete;
 
     static NotificationCenter& defaultCenter();
-    /// Tests only: drops every observer of the default center.
-    static void resetDefaultForTesting();
 
     /// Registers `observer` for notifications named `name` (empty: every notification). The id
     /// is never 0 and never reused.
@@ -37,7 +39,10 @@ public:
     void post(const Notification& notification);
 
 private:
+    friend struct simulation::Access; // drops the default center's observers between tests
     struct Entry;
+
+    void removeAllObservers();
 
     std::mutex mMutex;
     std::vector<std::shared_ptr<Entry>> mEntries;

@@ -14,8 +14,7 @@ public:
     /// installed voice speaks that language. Safe to call from any thread.
     static std::shared_ptr<const SpeechSynthesisVoice> voiceWithLanguage(const std::string& code);
 
-    /// Tests only: pretend that only these language codes have voices ([] means none); no value
-    /// restores the installed list.
+    /// Kept only until the scenario runner calls simulation::setAvailableLanguages; do not use.
     static void setAvailableLanguagesForTesting(std::optional<std::vector<std::string>> codes);
 
     /// The language code asked for.

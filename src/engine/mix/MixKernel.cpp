@@ -29,6 +29,32 @@ struct Lanes<F8> {
     static constexpr Mask kHigh = {4, 4, 5, 5, 6, 6, 7, 7};
 };
 
+// The plain loops: the scalar variant, and the tails of the vector ones.
+void addMonoScalar(float* out, const float* src, std::size_t frames, float left,
+                   float right) noexcept {
+    for (std::size_t i = 0; i < frames; ++i) {
+        out[2 * i] += src[i] * left;
+        out[2 * i + 1] += src[i] * right;
+    }
+}
+
+void addStereoScalar(float* out, const float* src, std::size_t frames, float left,
+                     float right) noexcept {
+    for (std::size_t i = 0; i < 2 * frames; i += 2) {
+        out[i] += src[i] * left;
+        out[i + 1] += src[i + 1] * right;
+    }
+}
+
+void clampScalar(float* samples, std::size_t count) noexcept {
+    for (std::size_t i = 0; i < count; ++i) {
+        const float x = samples[i];
+        if (!(x >= -1.0f && x <= 1.0f)) {
+            samples[i] = x != x ? 0.0f : (x > 0.0f ? 1.0f : -1.0f);
+        }
+    }
+}
+
 // The bodies are force-inlined into one wrapper per instruction set, so each is compiled for
 // the wrapper's target; vectors never cross a call (no ABI concerns).
 template <typename V>
@@ -55,10 +81,7 @@ template <typename V>
         __builtin_memcpy(out + 2 * i, &a, sizeof a);
         __builtin_memcpy(out + 2 * i + n, &b, sizeof b);
     }
-    for (; i < frames; ++i) {
-        out[2 * i] += src[i] * left;
-        out[2 * i + 1] += src[i] * right;
-    }
+    addMonoScalar(out + 2 * i, src + i, frames - i, left, right);
 }
 
 template <typename V>
@@ -87,10 +110,7 @@ template <typename V>
         __builtin_memcpy(out + i, &a, sizeof a);
         __builtin_memcpy(out + i + n, &b, sizeof b);
     }
-    for (; i < count; i += 2) {
-        out[i] += src[i] * left;
-        out[i + 1] += src[i + 1] * right;
-    }
+    addStereoScalar(out + i, src + i, frames - i / 2, left, right);
 }
 
 template <typename V>
@@ -108,57 +128,97 @@ template <typename V>
         c = x == x ? c : zero; // NaN compares unequal to itself
         __builtin_memcpy(samples + i, &c, sizeof c);
     }
-    for (; i < count; ++i) {
-        const float x = samples[i];
-        if (!(x >= -1.0f && x <= 1.0f)) {
-            samples[i] = x != x ? 0.0f : (x > 0.0f ? 1.0f : -1.0f);
-        }
-    }
+    clampScalar(samples + i, count - i);
 }
+
+void addMonoSse(float* out, const float* src, std::size_t frames, float left,
+                float right) noexcept {
+    addMonoWith<F4>(out, src, frames, left, right);
+}
+void addStereoSse(float* out, const float* src, std::size_t frames, float left,
+                  float right) noexcept {
+    addStereoWith<F4>(out, src, frames, left, right);
+}
+void clampSse(float* samples, std::size_t count) noexcept {
+    clampWith<F4>(samples, count);
+}
+
+constexpr MixKernel::Table kScalar{addMonoScalar, addStereoScalar, clampScalar};
+constexpr MixKernel::Table kSse{addMonoSse, addStereoSse, clampSse};
 
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #define VANTELO_MIX_AVX2 1
 #endif
 
 #ifdef VANTELO_MIX_AVX2
-// Function multiversioning: the loader picks the AVX2 body on processors that have it.
-__attribute__((target("default"))) void
-addMonoImpl(float* out, const float* src, std::size_t frames, float left, float right) noexcept {
-    addMonoWith<F4>(out, src, frames, left, right);
-}
-__attribute__((target("avx2"))) void addMonoImpl(float* out, const float* src, std::size_t frames,
+__attribute__((target("avx2"))) void addMonoAvx2(float* out, const float* src, std::size_t frames,
                                                  float left, float right) noexcept {
     addMonoWith<F8>(out, src, frames, left, right);
 }
-__attribute__((target("default"))) void
-addStereoImpl(float* out, const float* src, std::size_t frames, float left, float right) noexcept {
-    addStereoWith<F4>(out, src, frames, left, right);
-}
-__attribute__((target("avx2"))) void addStereoImpl(float* out, const float* src, std::size_t frames,
+__attribute__((target("avx2"))) void addStereoAvx2(float* out, const float* src, std::size_t frames,
                                                    float left, float right) noexcept {
     addStereoWith<F8>(out, src, frames, left, right);
 }
+__attribute__((target("avx2"))) void clampAvx2(float* samples, std::size_t count) noexcept {
+    clampWith<F8>(samples, count);
+}
+
+constexpr MixKernel::Table kAvx2{addMonoAvx2, addStereoAvx2, clampAvx2};
+
+// Function multiversioning: the loader picks the AVX2 body on processors that have it.
+__attribute__((target("default"))) void
+addMonoImpl(float* out, const float* src, std::size_t frames, float left, float right) noexcept {
+    addMonoSse(out, src, frames, left, right);
+}
+__attribute__((target("avx2"))) void addMonoImpl(float* out, const float* src, std::size_t frames,
+                                                 float left, float right) noexcept {
+    addMonoAvx2(out, src, frames, left, right);
+}
+__attribute__((target("default"))) void
+addStereoImpl(float* out, const float* src, std::size_t frames, float left, float right) noexcept {
+    addStereoSse(out, src, frames, left, right);
+}
+__attribute__((target("avx2"))) void addStereoImpl(float* out, const float* src, std::size_t frames,
+                                                   float left, float right) noexcept {
+    addStereoAvx2(out, src, frames, left, right);
+}
 __attribute__((target("default"))) void clampImpl(float* samples, std::size_t count) noexcept {
-    clampWith<F4>(samples, count);
+    clampSse(samples, count);
 }
 __attribute__((target("avx2"))) void clampImpl(float* samples, std::size_t count) noexcept {
-    clampWith<F8>(samples, count);
+    clampAvx2(samples, count);
 }
 #else
 void addMonoImpl(float* out, const float* src, std::size_t frames, float left,
                  float right) noexcept {
-    addMonoWith<F4>(out, src, frames, left, right);
+    addMonoSse(out, src, frames, left, right);
 }
 void addStereoImpl(float* out, const float* src, std::size_t frames, float left,
                    float right) noexcept {
-    addStereoWith<F4>(out, src, frames, left, right);
+    addStereoSse(out, src, frames, left, right);
 }
 void clampImpl(float* samples, std::size_t count) noexcept {
-    clampWith<F4>(samples, count);
+    clampSse(samples, count);
 }
 #endif
 
 } // namespace
+
+const MixKernel::Table* MixKernel::kernels(Variant variant) noexcept {
+    switch (variant) {
+    case Variant::scalar:
+        return &kScalar;
+    case Variant::sse:
+        return &kSse;
+    case Variant::avx2:
+#ifdef VANTELO_MIX_AVX2
+        return __builtin_cpu_supports("avx2") ? &kAvx2 : nullptr;
+#else
+        return nullptr;
+#endif
+    }
+    return nullptr;
+}
 
 void MixKernel::addMono(float* out, const float* src, std::size_t frames, float left,
                         float right) noexcept {

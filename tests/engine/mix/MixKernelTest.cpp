@@ -1,19 +1,25 @@
-// The vector kernels against the plain scalar loops they replace: every length (so every tail),
-// unaligned pointers, and distinct samples (a constant source would hide a wrong lane order).
+// Each variant of the mix loops (scalar, SSE, AVX2 when the processor has it, and the one the
+// library picks) against the plain loop it replaces: every tail length, unaligned pointers, and
+// distinct samples (a constant source would hide a wrong lane order).
 #include "engine/mix/MixKernel.hpp"
 
 #include <cmath>
-#include <cstddef>
 #include <limits>
+#include <optional>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "support/NamedCase.hpp"
 
 namespace vantelo_sounds::engine {
 namespace {
 
 constexpr float kLeft = 0.3f;
 constexpr float kRight = -0.7f;
+// Up to 33 covers empty runs, runs shorter than one vector and every tail of the widest vectors;
+// 1031 is a usual block and a tail.
+constexpr std::size_t kLengths[] = {0, 1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 23, 31, 32, 33, 1031};
 
 std::vector<float> ramp(std::size_t count, float scale) {
     std::vector<float> values(count);
@@ -23,68 +29,73 @@ std::vector<float> ramp(std::size_t count, float scale) {
     return values;
 }
 
-class MixKernelTest : public ::testing::TestWithParam<std::size_t> {};
+struct VariantCase : test::NamedCase {
+    std::optional<MixKernel::Variant> variant; // none: the one the library picks
+};
 
-TEST_P(MixKernelTest, MonoMatchesTheScalarLoopBitForBit) {
-    const std::size_t frames = GetParam();
-    // One float of offset: neither pointer is vector-aligned.
-    const auto src = ramp(frames + 1, 0.9f);
-    auto out = ramp(2 * frames + 1, 0.25f);
-    auto expected = out;
-    for (std::size_t i = 0; i < frames; ++i) {
-        expected[1 + 2 * i] += src[1 + i] * kLeft;
-        expected[1 + 2 * i + 1] += src[1 + i] * kRight;
+class MixKernelTest : public ::testing::TestWithParam<VariantCase> {
+protected:
+    void SetUp() override {
+        static const MixKernel::Table picked{MixKernel::addMono, MixKernel::addStereo,
+                                             MixKernel::clampToFullScale};
+        const auto& variant = GetParam().variant;
+        kernels = variant ? MixKernel::kernels(*variant) : &picked;
+        if (kernels == nullptr) {
+            GTEST_SKIP() << "this processor or build has no " << GetParam().name;
+        }
     }
-    MixKernel::addMono(out.data() + 1, src.data() + 1, frames, kLeft, kRight);
-    EXPECT_EQ(out, expected);
+
+    const MixKernel::Table* kernels = nullptr;
+};
+
+TEST_P(MixKernelTest, MonoAndStereoMatchThePlainLoopBitForBit) {
+    for (const std::size_t channels : {1, 2}) {
+        for (const std::size_t frames : kLengths) {
+            // One float of offset: neither pointer is vector-aligned.
+            const auto src = ramp(channels * frames + 1, 0.9f);
+            auto out = ramp(2 * frames + 2, 0.25f);
+            auto expected = out;
+            for (std::size_t i = 0; i < frames; ++i) {
+                expected[1 + 2 * i] += src[1 + channels * i] * kLeft;
+                expected[2 + 2 * i] += src[channels * (i + 1)] * kRight;
+            }
+            (channels == 1 ? kernels->addMono : kernels->addStereo)(out.data() + 1, src.data() + 1,
+                                                                    frames, kLeft, kRight);
+            EXPECT_EQ(out, expected) << channels << " channels, " << frames << " frames";
+        }
+    }
 }
 
-TEST_P(MixKernelTest, StereoMatchesTheScalarLoopBitForBit) {
-    const std::size_t frames = GetParam();
-    const auto src = ramp(2 * frames + 1, 0.9f);
-    auto out = ramp(2 * frames + 1, 0.25f);
-    auto expected = out;
-    for (std::size_t i = 0; i < frames; ++i) {
-        expected[1 + 2 * i] += src[1 + 2 * i] * kLeft;
-        expected[1 + 2 * i + 1] += src[1 + 2 * i + 1] * kRight;
-    }
-    MixKernel::addStereo(out.data() + 1, src.data() + 1, frames, kLeft, kRight);
-    EXPECT_EQ(out, expected);
-}
-
-TEST_P(MixKernelTest, ClampScrubsNaNAndClampsEveryLane) {
-    const std::size_t count = GetParam();
+TEST_P(MixKernelTest, ClampScrubsNaNAndClampsEveryLaneWithinItsRange) {
     const float specials[] = {std::numeric_limits<float>::quiet_NaN(),
                               std::numeric_limits<float>::infinity(),
                               -std::numeric_limits<float>::infinity(),
                               1.5f,
                               -1.5f,
                               1.0f,
-                              -1.0f,
-                              0.25f,
-                              -0.0f};
-    std::vector<float> samples(count + 1);
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        samples[i] = specials[i % std::size(specials)];
-    }
-    auto expected = samples;
-    for (std::size_t i = 1; i < expected.size(); ++i) {
-        const float x = expected[i];
-        expected[i] = std::isnan(x) ? 0.0f : std::fmax(-1.0f, std::fmin(1.0f, x));
-    }
-    MixKernel::clampToFullScale(samples.data() + 1, count);
-    ASSERT_EQ(samples.size(), expected.size());
-    EXPECT_TRUE(std::isnan(samples[0])) << "nothing before the range is touched";
-    for (std::size_t i = 1; i < samples.size(); ++i) {
-        EXPECT_EQ(samples[i], expected[i]) << "sample " << i;
+                              -0.0f,
+                              0.25f};
+    for (const std::size_t count : kLengths) {
+        std::vector<float> samples(count + 2, 7.0f);
+        for (std::size_t i = 1; i <= count; ++i) {
+            samples[i] = specials[(i + count) % std::size(specials)];
+        }
+        auto expected = samples;
+        for (std::size_t i = 1; i <= count; ++i) {
+            const float x = expected[i];
+            expected[i] = std::isnan(x) ? 0.0f : std::fmax(-1.0f, std::fmin(1.0f, x));
+        }
+        kernels->clampToFullScale(samples.data() + 1, count);
+        EXPECT_EQ(samples, expected) << count << " samples; the 7s around them stay";
     }
 }
 
-// 0 to 40 covers empty runs, runs shorter than one vector and every tail length of the
-// widest vectors; 1024 is the usual block.
-INSTANTIATE_TEST_SUITE_P(Lengths, MixKernelTest,
-                         ::testing::Values(0, 1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 23, 31, 32, 33, 40,
-                                           1024, 1031));
+INSTANTIATE_TEST_SUITE_P(Variants, MixKernelTest,
+                         ::testing::Values(VariantCase{"scalar", MixKernel::Variant::scalar},
+                                           VariantCase{"sse", MixKernel::Variant::sse},
+                                           VariantCase{"avx2", MixKernel::Variant::avx2},
+                                           VariantCase{"picked", std::nullopt}),
+                         test::CaseName());
 
 } // namespace
 } // namespace vantelo_sounds::engine

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cctype>
+#include <ostream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace vantelo_sounds::test {
+
+/// The first field of a row in a parameter table: a name that ends the test's name and that
+/// ctest shows for the parameter instead of the row's bytes. Rows derive from it and are written
+/// {"name", field, ...}.
+struct NamedCase {
+    NamedCase(const char* caseName)
+        : name(caseName) {}
+    const char* name;
+
+    friend std::ostream& operator<<(std::ostream& os, const NamedCase& row) {
+        return os << row.name;
+    }
+};
+
+/// The name generator of INSTANTIATE_TEST_SUITE_P over NamedCase rows: the row's name with every
+/// character but letters and digits made '_'.
+struct CaseName {
+    template <typename Row>
+    std::string operator()(const ::testing::TestParamInfo<Row>& info) const {
+        std::string name = info.param.name;
+        for (char& c : name) {
+            c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+        }
+        return name;
+    }
+};
+
+} // namespace vantelo_sounds::test
