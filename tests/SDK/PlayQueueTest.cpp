@@ -1,9 +1,8 @@
 // Queued playback on the manual clock: what waits, what starts when a sound ends, in which order,
 // and when completions run, checked in the console, in the queue and in what is heard.
 #include <thread>
-#include <vantelo_sounds/platform/AudioSession.hpp>
 #include <vantelo_sounds/platform/Console.hpp>
-#include <vantelo_sounds/platform/NotificationCenter.hpp>
+#include <vantelo_sounds/platform/Simulation.hpp>
 
 #include <gtest/gtest.h>
 
@@ -175,8 +174,8 @@ class CompletionsInRealTimeTest : public ::testing::TestWithParam<int> {
 protected:
     CompletionsInRealTimeTest() {
         mLoop = &RunLoop::resetMain(std::make_shared<SteadyClock>());
-        AudioSession::resetSharedForTesting();
-        NotificationCenter::resetDefaultForTesting();
+        simulation::resetAudioSession();
+        simulation::resetDefaultNotificationCenter();
         OutputConfig config;
         config.kind = OutputConfig::Kind::null;
         AudioSystem::reset(config);
