@@ -367,8 +367,9 @@ private:
             const bool common =
                 std::find(std::begin(kStepCommonFields), std::end(kStepCommonFields), key) !=
                 std::end(kStepCommonFields);
-            const bool known = std::any_of(rules.begin(), rules.end(),
-                                           [&](const FieldRule& rule) { return rule.name == key; });
+            const bool known =
+                std::any_of(rules.begin(), rules.end(),
+                            [&k = key](const FieldRule& rule) { return rule.name == k; });
             if (!common && !known) {
                 std::vector<std::string_view> names{std::begin(kStepCommonFields),
                                                     std::end(kStepCommonFields)};
