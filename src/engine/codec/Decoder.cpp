@@ -176,16 +176,14 @@ struct Decoder::Impl {
     bool inputEnded = false; // the flush packet was sent
     bool decoderDrained = false;
     bool ended = false;
-    bool failed = false;
     int consecutiveErrors = 0;
-    std::string failure;
+    Expected<void> outcome; // the first part-way problem
 
     ~Impl() { av_channel_layout_uninit(&inLayout); }
 
-    void fail(std::string why) {
-        failed = true;
-        if (failure.empty()) {
-            failure = std::move(why);
+    void fail(OpenError reason, std::string detail) {
+        if (outcome) {
+            outcome = Failure{reason, std::move(detail)};
         }
     }
 
@@ -239,7 +237,7 @@ struct Decoder::Impl {
     bool setUpResampler(const AVFrame* in) {
         if (in->sample_rate <= 0 || in->sample_rate > kMaxSampleRate ||
             in->ch_layout.nb_channels <= 0 || in->ch_layout.nb_channels > kMaxChannels) {
-            fail("a decoded frame has an impossible format");
+            fail(OpenError::corrupt, "a decoded frame has an impossible format");
             return false;
         }
         if (resampler && in->format == inFormat && in->sample_rate == inRate &&
@@ -254,7 +252,7 @@ struct Decoder::Impl {
             av_channel_layout_check(&in->ch_layout) == 0) {
             av_channel_layout_default(&layout, in->ch_layout.nb_channels);
         } else if (av_channel_layout_copy(&layout, &in->ch_layout) < 0) {
-            fail("out of memory");
+            fail(OpenError::notReadable, "out of memory");
             return false;
         }
         AVChannelLayout outLayout{};
@@ -274,7 +272,8 @@ struct Decoder::Impl {
         }
         if (rc < 0) {
             av_channel_layout_uninit(&layout);
-            fail("cannot convert the decoded audio: " + FfmpegLog::describe(rc));
+            fail(OpenError::corrupt,
+                 "cannot convert the decoded audio: " + FfmpegLog::describe(rc));
             return false;
         }
         resampler = std::move(swr);
@@ -303,7 +302,7 @@ struct Decoder::Impl {
             swr_convert(resampler.get(), &out, room,
                         const_cast<const std::uint8_t**>(in->extended_data), in->nb_samples);
         if (n < 0) {
-            fail("conversion failed: " + FfmpegLog::describe(n));
+            fail(OpenError::corrupt, "conversion failed: " + FfmpegLog::describe(n));
             return;
         }
         commit(static_cast<std::size_t>(n));
@@ -311,8 +310,8 @@ struct Decoder::Impl {
         resampledOut += n;
     }
 
-    void onError(std::string why) {
-        fail(std::move(why));
+    void onError(std::string detail) {
+        fail(OpenError::corrupt, std::move(detail));
         if (++consecutiveErrors >= kMaxConsecutiveErrors) {
             ended = true;
         }
@@ -324,7 +323,7 @@ struct Decoder::Impl {
         frame.reset(av_frame_alloc());
         packet.reset(av_packet_alloc());
         if (!codec || !frame || !packet) {
-            fail("out of memory");
+            fail(OpenError::notReadable, "out of memory");
             return false;
         }
         FfmpegLog::reset();
@@ -334,7 +333,7 @@ struct Decoder::Impl {
             rc = avcodec_open2(codec.get(), decoder, nullptr);
         }
         if (rc < 0) {
-            fail("cannot open the decoder: " + ffmpegDetail(rc));
+            fail(OpenError::corrupt, "cannot open the decoder: " + ffmpegDetail(rc));
             codec.reset();
             return false;
         }
@@ -376,7 +375,7 @@ struct Decoder::Impl {
         rc = av_read_frame(format.get(), packet.get());
         if (rc < 0) {
             if (rc != AVERROR_EOF) {
-                fail("reading failed: " + ffmpegDetail(rc));
+                fail(OpenError::notReadable, "reading failed: " + ffmpegDetail(rc));
             }
             inputEnded = true;
             avcodec_send_packet(codec.get(), nullptr);
@@ -405,39 +404,35 @@ bool Decoder::atEnd() const noexcept {
     return mImpl->ended;
 }
 
-bool Decoder::failed() const noexcept {
-    return mImpl->failed;
+const Expected<void>& Decoder::outcome() const noexcept {
+    return mImpl->outcome;
 }
 
-const std::string& Decoder::failure() const noexcept {
-    return mImpl->failure;
-}
-
-OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
+Expected<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
     FfmpegLog::install();
     FfmpegLog::reset();
 
     auto opened = openRegularFile(path);
     if (!opened) {
-        return opened.error();
+        return opened.failure();
     }
     auto impl = std::make_unique<Impl>();
     impl->file.fd = opened.value();
 
     struct stat st {};
     if (::fstat(impl->file.fd, &st) == 0 && st.st_size == 0) {
-        return OpenError{OpenErrorKind::notAudio, "The file is empty"};
+        return Failure{OpenError::notAudio, "The file is empty"};
     }
 
     auto* buffer = static_cast<unsigned char*>(av_malloc(kIoBufferSize));
     if (buffer == nullptr) {
-        return OpenError{OpenErrorKind::notReadable, "Out of memory"};
+        return Failure{OpenError::notReadable, "Out of memory"};
     }
     AVIOContext* io =
         avio_alloc_context(buffer, kIoBufferSize, 0, &impl->file.fd, readPacket, nullptr, seekFile);
     if (io == nullptr) {
         av_free(buffer);
-        return OpenError{OpenErrorKind::notReadable, "Out of memory"};
+        return Failure{OpenError::notReadable, "Out of memory"};
     }
     impl->io.reset(io);
 
@@ -451,18 +446,18 @@ OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
     }
     if (rc < 0 || probed == nullptr) {
         if (rc == AVERROR_INVALIDDATA || probed == nullptr) {
-            return OpenError{OpenErrorKind::notAudio, "Invalid data found when processing input"};
+            return Failure{OpenError::notAudio, "Invalid data found when processing input"};
         }
-        return OpenError{OpenErrorKind::notReadable, ffmpegDetail(rc)};
+        return Failure{OpenError::notReadable, ffmpegDetail(rc)};
     }
     if (!isAllowedDemuxer(probed->name)) {
-        return OpenError{OpenErrorKind::unsupportedFormat,
-                         std::string("Format not allowed for sounds: ") + probed->name};
+        return Failure{OpenError::unsupportedFormat,
+                       std::string("Format not allowed for sounds: ") + probed->name};
     }
 
     AVFormatContext* context = avformat_alloc_context();
     if (context == nullptr) {
-        return OpenError{OpenErrorKind::notReadable, "Out of memory"};
+        return Failure{OpenError::notReadable, "Out of memory"};
     }
     context->pb = io;
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
@@ -474,7 +469,7 @@ OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
     if (rc < 0) {
         // avformat_open_input freed the context; a known container that cannot read its own
         // header is broken ("moov atom not found", "Invalid sample rate").
-        return OpenError{OpenErrorKind::corrupt, ffmpegDetail(rc)};
+        return Failure{OpenError::corrupt, ffmpegDetail(rc)};
     }
     impl->format.reset(context);
     impl->info.container = probed->name;
@@ -495,12 +490,12 @@ OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
         // Only some containers (mp3, adts) leave the parameters to a look at the first frames.
         rc = avformat_find_stream_info(context, nullptr);
         if (rc < 0) {
-            return OpenError{OpenErrorKind::corrupt, ffmpegDetail(rc)};
+            return Failure{OpenError::corrupt, ffmpegDetail(rc)};
         }
         stream = av_find_best_stream(context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
     }
     if (stream < 0) {
-        return OpenError{OpenErrorKind::notAudio, "The file has no audio stream"};
+        return Failure{OpenError::notAudio, "The file has no audio stream"};
     }
     impl->streamIndex = stream;
     for (unsigned i = 0; i < context->nb_streams; ++i) {
@@ -512,26 +507,25 @@ OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
     const AVCodecParameters* params = audio->codecpar;
 
     if (isProtected(audio)) {
-        return OpenError{OpenErrorKind::protectedContent, "The audio is DRM-protected"};
+        return Failure{OpenError::protectedContent, "The audio is DRM-protected"};
     }
     const AVCodec* decoder = avcodec_find_decoder(params->codec_id);
     if (decoder == nullptr) {
         if (hasExtension(path, ".m4p")) {
-            return OpenError{OpenErrorKind::protectedContent,
-                             "The audio is protected (no decoder for an .m4p)"};
+            return Failure{OpenError::protectedContent,
+                           "The audio is protected (no decoder for an .m4p)"};
         }
         const char* name = avcodec_get_name(params->codec_id);
-        return OpenError{OpenErrorKind::unsupportedFormat,
-                         std::string("No decoder for the codec ") + (name ? name : "?")};
+        return Failure{OpenError::unsupportedFormat,
+                       std::string("No decoder for the codec ") + (name ? name : "?")};
     }
     if (params->sample_rate <= 0 || params->sample_rate > kMaxSampleRate) {
-        return OpenError{OpenErrorKind::corrupt,
-                         "Invalid sample rate " + std::to_string(params->sample_rate)};
+        return Failure{OpenError::corrupt,
+                       "Invalid sample rate " + std::to_string(params->sample_rate)};
     }
     const int channels = params->ch_layout.nb_channels;
     if (channels <= 0 || channels > kMaxChannels) {
-        return OpenError{OpenErrorKind::corrupt,
-                         "Invalid channel count " + std::to_string(channels)};
+        return Failure{OpenError::corrupt, "Invalid channel count " + std::to_string(channels)};
     }
 
     // The codec itself is opened by the first decodeInto: its state (hundreds of KB for AAC)
@@ -578,7 +572,7 @@ std::size_t Decoder::decodeInto(SoundData& out, std::size_t maxFrames) {
             d.framesOut += taken;
             done += taken;
             if (taken < wanted) {
-                d.fail("the sound is longer than the memory allowed for it");
+                d.fail(OpenError::tooLarge, "the sound is longer than the memory allowed for it");
                 d.ended = true;
             }
             continue;

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "engine/codec/OpenError.hpp"
 #include "engine/sound/SoundData.hpp"
 #include "support/SoundFixtures.hpp"
 
@@ -20,7 +21,7 @@ namespace vantelo_sounds::test {
 namespace {
 
 using engine::AudioFileFormat;
-using engine::OpenErrorKind;
+using engine::OpenError;
 using engine::SoundCache;
 using engine::SoundData;
 
@@ -36,7 +37,7 @@ protected:
     static std::shared_ptr<const SoundData> loaded(SoundCache& cache, const std::string& path) {
         auto result = cache.load(path);
         if (!result) {
-            ADD_FAILURE() << path << ": " << result.error();
+            ADD_FAILURE() << path << ": " << result.failure().describe();
             return nullptr;
         }
         return result.value();
@@ -175,7 +176,7 @@ TEST_F(SoundCacheTest, BadFilesLeaveNoEntry) {
     for (const auto kind :
          {BadFile::missing, BadFile::fifo, BadFile::text, BadFile::concatScript}) {
         auto result = cache.load(fixtures.bad(kind));
-        EXPECT_FALSE(result.ok());
+        EXPECT_FALSE(result.hasValue());
     }
     EXPECT_EQ(cache.entries(), 0u);
 
@@ -184,16 +185,16 @@ TEST_F(SoundCacheTest, BadFilesLeaveNoEntry) {
     ASSERT_TRUE(loaded(cache, file));
     std::filesystem::remove(file);
     auto gone = cache.load(file);
-    ASSERT_FALSE(gone.ok());
-    EXPECT_EQ(gone.error().kind, OpenErrorKind::fileNotFound);
+    ASSERT_FALSE(gone.hasValue());
+    EXPECT_EQ(gone.error(), OpenError::fileNotFound);
     EXPECT_EQ(cache.entries(), 0u);
 }
 
 TEST_F(SoundCacheTest, SoundLongerThanTheBudgetIsRefused) {
     SoundCache cache(bytesOfSeconds(1.0, 2));
     auto result = cache.load(fixtures.tone("long.wav", 440, 3.0, 48000, 2));
-    ASSERT_FALSE(result.ok());
-    EXPECT_EQ(result.error().kind, OpenErrorKind::tooLarge);
+    ASSERT_FALSE(result.hasValue());
+    EXPECT_EQ(result.error(), OpenError::tooLarge);
     EXPECT_EQ(cache.entries(), 0u);
 }
 
@@ -273,14 +274,14 @@ TEST_F(SoundCacheTest, LoadCost) {
         const auto start = std::chrono::steady_clock::now();
         auto result = cache.load(copy);
         const auto end = std::chrono::steady_clock::now();
-        ASSERT_TRUE(result.ok());
+        ASSERT_TRUE(result.hasValue());
         cold.push_back(std::chrono::duration<double, std::micro>(end - start).count());
     }
     for (const auto& copy : copies) {
         const auto start = std::chrono::steady_clock::now();
         auto result = cache.load(copy);
         const auto end = std::chrono::steady_clock::now();
-        ASSERT_TRUE(result.ok());
+        ASSERT_TRUE(result.hasValue());
         hot.push_back(std::chrono::duration<double, std::micro>(end - start).count());
     }
     cache.setDecodingPaused(false);

@@ -86,7 +86,7 @@ inline DecodedSound decodeFile(const std::string& path) {
     DecodedSound sound;
     auto opened = engine::Decoder::open(path);
     if (!opened) {
-        ADD_FAILURE() << path << ": " << opened.error();
+        ADD_FAILURE() << path << ": " << opened.failure().describe();
         return sound;
     }
     engine::Decoder& decoder = *opened.value();
@@ -96,7 +96,7 @@ inline DecodedSound decodeFile(const std::string& path) {
     while (!decoder.atEnd()) {
         decoder.decodeInto(data, 4096);
     }
-    sound.failed = decoder.failed();
+    sound.failed = !decoder.outcome().hasValue();
     sound.samples.resize(data.frames() * static_cast<std::size_t>(sound.channels));
     data.read(0, sound.samples.data(), data.frames());
     return sound;
