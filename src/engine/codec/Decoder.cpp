@@ -14,6 +14,7 @@
 #include "engine/codec/FfmpegLog.hpp"
 #include "engine/codec/FfmpegPtr.hpp"
 #include "engine/codec/FileCheck.hpp"
+#include "engine/codec/GaplessTrim.hpp"
 #include "engine/codec/Resampler.hpp"
 #include "engine/sound/SoundData.hpp"
 
@@ -156,12 +157,9 @@ struct Decoder::Impl {
     ffmpeg::CodecContextPtr codec; // opened by the first step()
     ffmpeg::FramePtr frame;
     ffmpeg::PacketPtr packet;
+    std::optional<GaplessTrim> trim;
     std::optional<Resampler> resampler;
 
-    std::size_t framesOut = 0; // frames handed out so far
-    // MP4 states its exact length (edit list) but FFmpeg does not cut the AAC padding at the
-    // end; without this a looping M4A would have a gap of up to one AAC frame.
-    std::optional<std::size_t> frameLimit;
     bool inputEnded = false; // the flush packet was sent
     bool decoderDrained = false;
     bool ended = false;
@@ -341,11 +339,6 @@ void Decoder::Impl::describe() {
     if (!std::isfinite(info.durationEstimate) || info.durationEstimate < 0) {
         info.durationEstimate = 0;
     }
-    if (info.container == "mov,mp4,m4a,3gp,3g2,mj2" && audio->duration != AV_NOPTS_VALUE &&
-        audio->duration > 0) {
-        frameLimit = static_cast<std::size_t>(
-            av_rescale_q(audio->duration, audio->time_base, AVRational{1, kMixRate}));
-    }
 }
 
 Expected<void> Decoder::Impl::openCodec() {
@@ -359,12 +352,16 @@ Expected<void> Decoder::Impl::openCodec() {
     int rc = avcodec_parameters_to_context(codec.get(), audio->codecpar);
     if (rc >= 0) {
         codec->pkt_timebase = audio->time_base;
+        // The encoder's delay and padding are cut by GaplessTrim, which knows the stated length.
+        codec->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
         rc = avcodec_open2(codec.get(), decoder, nullptr);
     }
     if (rc < 0) {
         codec.reset();
         return Failure{OpenError::corrupt, "cannot open the decoder: " + ffmpegDetail(rc)};
     }
+    // FFmpeg guesses an MP3's or ADTS file's duration from its bit rate when nothing states it.
+    trim.emplace(*audio, format->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE);
     resampler.emplace(info.channels);
     return {};
 }
@@ -383,15 +380,19 @@ void Decoder::Impl::onError(std::string detail) {
 }
 
 void Decoder::Impl::convert(const AVFrame& decoded) {
-    if (auto converted = resampler->convert(decoded, 0, decoded.nb_samples); !converted) {
+    const GaplessTrim::Span sound = trim->keep(decoded);
+    if (auto converted = resampler->convert(decoded, sound.first, sound.count); !converted) {
         fail(converted.failure());
+    }
+    if (trim->pastEnd()) {
+        endOfInput(); // the rest is the encoder's padding
     }
 }
 
 // Nothing more will come from the decoder: what the resampler still holds comes out.
 void Decoder::Impl::endOfInput() {
     decoderDrained = true;
-    resampler->flush();
+    resampler->finish();
 }
 
 // Moves the decoder one step on: a frame converted, a packet fed, or the end reached.
@@ -437,6 +438,7 @@ void Decoder::Impl::step() {
         return;
     }
     if (packet->stream_index == audio->index) {
+        trim->packetSent(*packet);
         rc = avcodec_send_packet(codec.get(), packet.get());
         if (rc < 0 && rc != AVERROR(EAGAIN)) {
             onError("a damaged packet was skipped: " + FfmpegLog::describe(rc));
@@ -484,18 +486,10 @@ std::size_t Decoder::decodeInto(SoundData& out, std::size_t maxFrames) {
     Impl& d = *mImpl;
     std::size_t done = 0;
     while (done < maxFrames && !d.ended) {
-        if (d.frameLimit && d.framesOut >= *d.frameLimit) {
-            d.ended = true; // the rest is the encoder's padding
-            break;
-        }
         if (d.resampler && d.resampler->available() > 0) {
-            std::size_t wanted = std::min(maxFrames - done, d.resampler->available());
-            if (d.frameLimit) {
-                wanted = std::min(wanted, *d.frameLimit - d.framesOut);
-            }
+            const std::size_t wanted = std::min(maxFrames - done, d.resampler->available());
             const std::size_t taken = out.append(d.resampler->data(), wanted);
             d.resampler->consume(taken);
-            d.framesOut += taken;
             done += taken;
             if (taken < wanted) {
                 d.fail(Failure{OpenError::tooLarge,

@@ -13,7 +13,8 @@ namespace vantelo_sounds::engine {
 class SoundData;
 
 /// Decodes one local sound file to 32-bit float interleaved PCM at kMixRate. A mono source stays
-/// mono at full level; anything with two or more channels comes out as stereo.
+/// mono at full level; anything with two or more channels comes out as stereo. A sound has the
+/// length its file states, without the encoder's delay and padding, so it loops without a seam.
 ///
 /// Only regular files are opened, through a demuxer allow-list (wav, mp3, mp4/m4a, ogg, flac,
 /// aac, aiff, caf, w64), never as a playlist, script or protocol. A Decoder is used by one

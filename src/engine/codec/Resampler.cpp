@@ -16,6 +16,13 @@ extern "C" {
 }
 
 namespace vantelo_sounds::engine {
+namespace {
+
+// Source samples the filter may look ahead past the end (swresample's default filter spans 32
+// taps, stretched by the ratio when it lowers the rate; 256 covers sources up to 384 kHz).
+constexpr int kHeadSamples = 256;
+
+} // namespace
 
 struct Resampler::Filter {
     ffmpeg::SwrPtr swr;
@@ -24,6 +31,12 @@ struct Resampler::Filter {
     AVChannelLayout inLayout{}; // the frames' own layout (often "unspecified")
     std::int64_t in = 0;        // source samples fed
     std::int64_t out = 0;       // frames given back
+    int planes = 1;
+    int bytesPerSample = 0; // in one plane
+    // The first source samples, as they came, one buffer per plane: the end of the sound is
+    // resampled as if it went on into its start, the way a loop of it sounds.
+    std::vector<std::vector<std::uint8_t>> head;
+    int headSamples = 0;
 
     ~Filter() { av_channel_layout_uninit(&inLayout); }
 
@@ -78,6 +91,12 @@ Expected<void> Resampler::setUp(const AVFrame& frame) {
     }
     auto filter = std::make_unique<Filter>();
     filter->swr = std::move(swr);
+    const auto format = static_cast<AVSampleFormat>(frame.format);
+    const bool planar = av_sample_fmt_is_planar(format) != 0;
+    filter->planes = planar ? frame.ch_layout.nb_channels : 1;
+    filter->bytesPerSample =
+        av_get_bytes_per_sample(format) * (planar ? 1 : frame.ch_layout.nb_channels);
+    filter->head.resize(static_cast<std::size_t>(filter->planes));
     filter->inFormat = frame.format;
     filter->inRate = frame.sample_rate;
     if (av_channel_layout_copy(&filter->inLayout, &frame.ch_layout) < 0) {
@@ -94,44 +113,60 @@ Expected<void> Resampler::convert(const AVFrame& frame, int first, int count) {
     if (count <= 0) {
         return {};
     }
+    Filter& f = *mFilter;
     // Point past the samples that are not part of the sound, in every plane.
-    const auto format = static_cast<AVSampleFormat>(frame.format);
-    const bool planar = av_sample_fmt_is_planar(format) != 0;
-    const int channelsIn = frame.ch_layout.nb_channels;
-    const int bytesPerSample = av_get_bytes_per_sample(format) * (planar ? 1 : channelsIn);
     std::array<const std::uint8_t*, kMaxChannels> in{};
-    for (int plane = 0; plane < (planar ? channelsIn : 1); ++plane) {
-        in[static_cast<std::size_t>(plane)] =
-            frame.extended_data[plane] + static_cast<std::ptrdiff_t>(first) * bytesPerSample;
+    const int toHead = std::min(count, kHeadSamples - f.headSamples);
+    for (std::size_t plane = 0; plane < f.head.size(); ++plane) {
+        in[plane] = frame.extended_data[plane] + std::ptrdiff_t(first) * f.bytesPerSample;
+        f.head[plane].insert(f.head[plane].end(), in[plane],
+                             in[plane] + std::ptrdiff_t(toHead) * f.bytesPerSample);
     }
-    const int room = swr_get_out_samples(mFilter->swr.get(), count);
+    f.headSamples += toHead;
+    const int room = swr_get_out_samples(f.swr.get(), count);
     if (room <= 0) {
         return {};
     }
     auto* out = reinterpret_cast<std::uint8_t*>(reserve(static_cast<std::size_t>(room)));
-    const int n = swr_convert(mFilter->swr.get(), &out, room, in.data(), count);
+    const int n = swr_convert(f.swr.get(), &out, room, in.data(), count);
     if (n < 0) {
         return Failure{OpenError::corrupt, "conversion failed: " + FfmpegLog::describe(n)};
     }
     commit(static_cast<std::size_t>(n));
-    mFilter->in += count;
-    mFilter->out += n;
+    f.in += count;
+    f.out += n;
     return {};
 }
 
 void Resampler::flush() {
+    drain(false);
+}
+
+void Resampler::finish() {
+    drain(true);
+}
+
+void Resampler::drain(bool intoTheStart) {
     if (!mFilter) {
         return;
     }
     Filter& f = *mFilter;
-    // The flush pads the filter's tail with silence; keep only what the input accounts for,
-    // so the output has exactly the input's length at the mix rate.
+    // What lies past the end is either silence or the sound's own start; only what the input
+    // accounts for is kept, so the output has exactly the input's length at the mix rate.
+    std::array<const std::uint8_t*, kMaxChannels> head{};
+    for (std::size_t plane = 0; plane < f.head.size(); ++plane) {
+        head[plane] = f.head[plane].data();
+    }
+    int headLeft = intoTheStart ? f.headSamples : 0;
     const std::int64_t expected = av_rescale_rnd(f.in, kMixRate, f.inRate, AV_ROUND_NEAR_INF);
     while (f.out < expected) {
         const int room = static_cast<int>(std::min<std::int64_t>(expected - f.out, 4096));
         auto* out = reinterpret_cast<std::uint8_t*>(reserve(static_cast<std::size_t>(room)));
-        const int n = swr_convert(f.swr.get(), &out, room, nullptr, 0);
-        if (n <= 0) {
+        const bool feeding = headLeft > 0;
+        const int n =
+            swr_convert(f.swr.get(), &out, room, feeding ? head.data() : nullptr, headLeft);
+        headLeft = 0; // swresample keeps what it could not use yet
+        if (n < 0 || (n == 0 && !feeding)) {
             break;
         }
         commit(static_cast<std::size_t>(n));

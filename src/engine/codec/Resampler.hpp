@@ -10,10 +10,9 @@ struct AVFrame;
 namespace vantelo_sounds::engine {
 
 /// Turns decoded frames into what a SoundData holds: 32-bit float, interleaved, at kMixRate,
-/// mono (a mono source, at its full level) or stereo (anything else, mixed down). It sets itself
-/// up again when the frames' format changes, and before that and at the end it flushes its
-/// filter, so that the output has exactly the input's length at the mix rate. Non-finite
-/// samples come out as silence.
+/// mono (a mono source, at its full level) or stereo (anything else, mixed down). The output has
+/// exactly the input's length at the mix rate: the filter's tail is let out, and cut, when the
+/// frames' format changes and at the end. Non-finite samples come out as silence.
 class Resampler {
 public:
     /// The most channels and the highest rate a source may have.
@@ -29,8 +28,9 @@ public:
     /// Converts `count` samples of `frame` from its sample `first` on (the rest is the
     /// encoder's delay or padding). Fails (corrupt) on a frame of an impossible format.
     Expected<void> convert(const AVFrame& frame, int first, int count);
-    /// Lets out the filter's tail: what was fed so far is then all converted.
-    void flush();
+    /// The sound has ended: lets out the filter's tail, looking past the end into the sound's
+    /// start, so that a loop of it has no seam (a one-shot's last millisecond hardly changes).
+    void finish();
 
     /// Converted frames not taken yet, from data() on.
     std::size_t available() const noexcept { return mEnd - mBegin; }
@@ -43,6 +43,8 @@ private:
 
     std::size_t channels() const noexcept { return static_cast<std::size_t>(mChannels); }
     Expected<void> setUp(const AVFrame& frame);
+    void flush(); // silence past the end: a new format follows
+    void drain(bool intoTheStart);
     float* reserve(std::size_t frames);
     void commit(std::size_t frames);
 

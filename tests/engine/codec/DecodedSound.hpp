@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -11,7 +12,8 @@
 
 namespace vantelo_sounds::test {
 
-/// A whole file decoded, with the measurements the decoder tests make on it.
+/// A whole file decoded, with the measurements the decoder tests make on it. Ranges are in
+/// frames at the mix rate, `to` excluded.
 struct DecodedSound {
     engine::SoundInfo info;
     int channels = 0;
@@ -21,63 +23,58 @@ struct DecodedSound {
     std::size_t frames() const {
         return channels == 0 ? 0 : samples.size() / static_cast<std::size_t>(channels);
     }
+    double at(std::size_t frame, int channel) const {
+        return samples[frame * static_cast<std::size_t>(channels) +
+                       static_cast<std::size_t>(channel)];
+    }
 
     double rms(int channel, std::size_t from = 0, std::size_t to = SIZE_MAX) const {
         to = std::min(to, frames());
         double sum = 0;
         for (std::size_t i = from; i < to; ++i) {
-            const double v =
-                samples[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(channel)];
-            sum += v * v;
+            sum += at(i, channel) * at(i, channel);
         }
         return to > from ? std::sqrt(sum / static_cast<double>(to - from)) : 0.0;
     }
 
-    /// Frequency from rising zero crossings between `from` and `to` (frames at 48 kHz).
+    /// Frequency from the rising zero crossings.
     double frequency(int channel, std::size_t from = 0, std::size_t to = SIZE_MAX) const {
-        to = std::min(to, frames());
-        std::size_t first = 0;
-        std::size_t last = 0;
-        int crossings = 0;
-        for (std::size_t i = from + 1; i < to; ++i) {
-            const float a = samples[(i - 1) * static_cast<std::size_t>(channels) +
-                                    static_cast<std::size_t>(channel)];
-            const float b =
-                samples[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(channel)];
-            if (a < 0 && b >= 0) {
-                if (crossings == 0) {
-                    first = i;
-                }
-                last = i;
-                ++crossings;
+        std::vector<std::size_t> rising;
+        for (std::size_t i = from + 1; i < std::min(to, frames()); ++i) {
+            if (at(i - 1, channel) < 0 && at(i, channel) >= 0) {
+                rising.push_back(i);
             }
         }
-        if (crossings < 2) {
-            return 0;
-        }
-        return (crossings - 1) * static_cast<double>(engine::kMixRate) /
-               static_cast<double>(last - first);
+        return rising.size() < 2 ? 0.0
+                                 : double(rising.size() - 1) * engine::kMixRate /
+                                       double(rising.back() - rising.front());
     }
 
-    /// The largest jump between neighbouring samples: a click or a reset filter shows here.
+    /// The largest jump between neighbouring frames: a click or a reset filter shows here.
     double maxStep(int channel, std::size_t from = 0, std::size_t to = SIZE_MAX) const {
-        to = std::min(to, frames());
         double step = 0;
-        for (std::size_t i = from + 1; i < to; ++i) {
-            const std::size_t c = static_cast<std::size_t>(channel);
-            const auto n = static_cast<std::size_t>(channels);
-            step = std::max(step, double(std::abs(samples[i * n + c] - samples[(i - 1) * n + c])));
+        for (std::size_t i = from + 1; i < std::min(to, frames()); ++i) {
+            step = std::max(step, std::abs(at(i, channel) - at(i - 1, channel)));
+        }
+        return step;
+    }
+
+    /// The largest jump a loop makes within a few frames either side of the seam, where the
+    /// frame after the last is the first of the next pass, on the worst channel.
+    double seamStep() const {
+        const std::size_t n = frames();
+        double step = 0;
+        for (std::size_t i = n - std::min<std::size_t>(n, 8); i < n + 8 && n > 0; ++i) {
+            for (int c = 0; c < channels; ++c) {
+                step = std::max(step, std::abs(at((i + 1) % n, c) - at(i % n, c)));
+            }
         }
         return step;
     }
 
     bool allFinite() const {
-        for (const float s : samples) {
-            if (!std::isfinite(s)) {
-                return false;
-            }
-        }
-        return true;
+        return std::all_of(samples.begin(), samples.end(),
+                           [](float s) { return std::isfinite(s); });
     }
 };
 

@@ -1,7 +1,6 @@
-// Decoding: the format matrix (length, pitch, level, channels), bad files that must be refused
-// with the right reason and without blocking, and odd files that must still play.
+// Decoding: every format at its stated length, looping without a seam, at its pitch and level;
+// bad files refused with their reason; odd and damaged files played as far as they go.
 
-#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <numbers>
@@ -12,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/codec/DecodedSound.hpp"
+#include "engine/codec/FfmpegPtr.hpp"
 #include "support/SoundFixtures.hpp"
 
 namespace vantelo_sounds::test {
@@ -24,22 +24,66 @@ using engine::SoundData;
 using BadFile = SoundFixtures::BadFile;
 using WavEncoding = SoundFixtures::WavEncoding;
 
-enum class Source { wav16, wav24, wavFloat, mp3, m4a, flac, ogg };
-
-struct DecodeCase {
-    const char* name;
-    Source source;
-    int rate;
-    int channels;
-    double hz;
-    /// Allowed difference in length, in source frames (codec delay and padding).
-    int lengthTolerance;
-    /// Allowed relative error of the RMS level.
-    double levelTolerance;
-};
-
-constexpr double kSeconds = 1.0;
+constexpr double kSeconds = 0.5; // whole periods of every test tone
 constexpr float kAmplitude = 0.5f;
+
+// A tone through an FFmpeg encoder and muxer of the test's choosing, for what the library never
+// writes (AIFF, CAF, Ogg Opus). "" when this FFmpeg cannot make it.
+std::string encodeWithFfmpeg(const std::string& path, const char* muxer, const char* encoder,
+                             int rate, int channels, double hz) {
+    const AVCodec* codec = avcodec_find_encoder_by_name(encoder);
+    AVFormatContext* raw = nullptr;
+    if (codec == nullptr ||
+        avformat_alloc_output_context2(&raw, nullptr, muxer, path.c_str()) < 0) {
+        return "";
+    }
+    const std::unique_ptr<AVFormatContext, decltype([](AVFormatContext* c) {
+                              avio_closep(&c->pb);
+                              avformat_free_context(c);
+                          })>
+        out(raw);
+    engine::ffmpeg::CodecContextPtr context(avcodec_alloc_context3(codec));
+    context->sample_fmt = AV_SAMPLE_FMT_S16;
+    context->sample_rate = rate;
+    context->time_base = {1, rate};
+    av_channel_layout_default(&context->ch_layout, channels);
+    AVStream* stream = avformat_new_stream(out.get(), nullptr);
+    if (avcodec_open2(context.get(), codec, nullptr) < 0 ||
+        avcodec_parameters_from_context(stream->codecpar, context.get()) < 0 ||
+        avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE) < 0 ||
+        avformat_write_header(out.get(), nullptr) < 0) {
+        return "";
+    }
+    engine::ffmpeg::FramePtr frame(av_frame_alloc());
+    engine::ffmpeg::PacketPtr packet(av_packet_alloc());
+    const auto send = [&](const AVFrame* f) {
+        avcodec_send_frame(context.get(), f);
+        while (avcodec_receive_packet(context.get(), packet.get()) == 0) {
+            av_packet_rescale_ts(packet.get(), context->time_base, stream->time_base);
+            av_interleaved_write_frame(out.get(), packet.get());
+        }
+    };
+    const int total = static_cast<int>(kSeconds * rate);
+    const int step = context->frame_size > 0 ? context->frame_size : 1024;
+    for (int done = 0; done < total; done += step) {
+        frame->nb_samples = std::min(step, total - done);
+        frame->format = AV_SAMPLE_FMT_S16;
+        frame->sample_rate = rate;
+        frame->pts = done;
+        av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
+        av_frame_get_buffer(frame.get(), 0);
+        auto* samples = reinterpret_cast<std::int16_t*>(frame->data[0]);
+        for (int i = 0; i < frame->nb_samples * channels; ++i) {
+            const double t = double(done + i / channels) / rate;
+            samples[i] = std::int16_t(
+                std::lround(32767 * kAmplitude * std::sin(2 * std::numbers::pi * hz * t)));
+        }
+        send(frame.get());
+        av_frame_unref(frame.get());
+    }
+    send(nullptr);
+    return av_write_trailer(out.get()) == 0 ? path : "";
+}
 
 class DecoderTest : public ::testing::Test {
 protected:
@@ -51,80 +95,111 @@ private:
     static inline std::unique_ptr<SoundFixtures> sFixtures;
 };
 
-class DecodeMatrix : public DecoderTest, public ::testing::WithParamInterface<DecodeCase> {};
+// ---- the format matrix --------------------------------------------------------------------
+
+enum class Source { wav16, wav24, wavFloat, flac, mp3, m4a, vorbis, opus, aiff, caf };
+
+struct DecodeCase {
+    const char* name;
+    Source source;
+    int rate;
+    int channels;
+    double hz;
+    bool lossy;
+};
 
 std::string makeSource(SoundFixtures& f, const DecodeCase& c) {
     const std::string name = c.name;
+    const auto wav = [&](WavEncoding encoding) {
+        return f.tone(name + ".wav", c.hz, kSeconds, c.rate, c.channels, kAmplitude, encoding);
+    };
+    const auto encoded = [&](AudioFileFormat format) {
+        return f.encoded(name + "." + engine::extensionFor(format), format, c.hz, kSeconds, c.rate,
+                         c.channels, kAmplitude);
+    };
+    const auto viaFfmpeg = [&](const char* extension, const char* muxer, const char* encoder) {
+        return encodeWithFfmpeg(f.path(name + extension), muxer, encoder, c.rate, c.channels, c.hz);
+    };
     switch (c.source) {
     case Source::wav16:
-        return f.tone(name + ".wav", c.hz, kSeconds, c.rate, c.channels, kAmplitude,
-                      WavEncoding::pcm16);
+        return wav(WavEncoding::pcm16);
     case Source::wav24:
-        return f.tone(name + ".wav", c.hz, kSeconds, c.rate, c.channels, kAmplitude,
-                      WavEncoding::pcm24);
+        return wav(WavEncoding::pcm24);
     case Source::wavFloat:
-        return f.tone(name + ".wav", c.hz, kSeconds, c.rate, c.channels, kAmplitude,
-                      WavEncoding::float32);
-    case Source::mp3:
-        return f.encoded(name + ".mp3", AudioFileFormat::mp3, c.hz, kSeconds, c.rate, c.channels);
-    case Source::m4a:
-        return f.encoded(name + ".m4a", AudioFileFormat::m4a, c.hz, kSeconds, c.rate, c.channels);
+        return wav(WavEncoding::float32);
     case Source::flac:
-        return f.encoded(name + ".flac", AudioFileFormat::flac, c.hz, kSeconds, c.rate, c.channels);
-    case Source::ogg:
-        return f.encoded(name + ".ogg", AudioFileFormat::ogg, c.hz, kSeconds, c.rate, c.channels);
+        return encoded(AudioFileFormat::flac);
+    case Source::mp3:
+        return encoded(AudioFileFormat::mp3);
+    case Source::m4a:
+        return encoded(AudioFileFormat::m4a);
+    case Source::vorbis:
+        return encoded(AudioFileFormat::ogg);
+    case Source::opus:
+        return viaFfmpeg(".opus", "opus", "libopus");
+    case Source::aiff:
+        return viaFfmpeg(".aiff", "aiff", "pcm_s16be");
+    case Source::caf:
+        return viaFfmpeg(".caf", "caf", "pcm_s16be");
     }
     return "";
 }
 
-TEST_P(DecodeMatrix, KeepsLengthPitchLevelAndChannels) {
+class DecodeMatrix : public DecoderTest, public ::testing::WithParamInterface<DecodeCase> {};
+
+// Every format states its exact length (a sample count, an edit list, a granule position, the
+// LAME tag), so the encoder's delay and padding are cut to the frame.
+TEST_P(DecodeMatrix, DecodesToItsStatedLengthAndLoopsWithoutASeam) {
     const DecodeCase& c = GetParam();
     const std::string file = makeSource(fixtures(), c);
-    ASSERT_FALSE(file.empty());
+    ASSERT_FALSE(file.empty()) << "this FFmpeg cannot write " << c.name;
     const DecodedSound sound = decodeFile(file);
-
     EXPECT_EQ(sound.info.sourceRate, c.rate);
     EXPECT_EQ(sound.info.sourceChannels, c.channels);
     ASSERT_EQ(sound.channels, c.channels) << "mono stays mono, stereo stays stereo";
     EXPECT_FALSE(sound.failed);
+    EXPECT_TRUE(sound.allFinite());
+    EXPECT_EQ(sound.frames(), std::size_t(kSeconds * engine::kMixRate));
 
-    const double expectedFrames = kSeconds * engine::kMixRate;
-    const double tolerance = c.lengthTolerance * double(engine::kMixRate) / c.rate + 2;
-    EXPECT_NEAR(double(sound.frames()), expectedFrames, tolerance);
+    // Across the seam the steps are the sine's own, give or take what a lossy codec gets wrong at
+    // the edges, or a resampler whose filter sees silence before the first frame.
+    const double sineStep = 2 * std::numbers::pi * c.hz / engine::kMixRate * kAmplitude;
+    const double edgeError = c.lossy                      ? 0.05 * kAmplitude
+                             : c.rate != engine::kMixRate ? 0.03 * kAmplitude
+                                                          : 0.01 * sineStep;
+    EXPECT_LE(sound.seamStep(), sineStep + edgeError);
 
-    // Measure away from the ends, where codecs fade in and out.
+    // Away from the ends, where codecs fade in and out: pitch, level (mono at full level), and
+    // no click.
     const std::size_t from = engine::kMixRate / 10;
     const std::size_t to = sound.frames() - engine::kMixRate / 10;
-    const double expectedRms = kAmplitude / std::sqrt(2.0);
+    const double rms = kAmplitude / std::sqrt(2.0);
     for (int channel = 0; channel < sound.channels; ++channel) {
-        EXPECT_NEAR(sound.frequency(channel, from, to), c.hz, c.hz * 0.005)
-            << "channel " << channel;
-        EXPECT_NEAR(sound.rms(channel, from, to), expectedRms, expectedRms * c.levelTolerance)
-            << "channel " << channel << " (mono must keep its full level)";
-        const double sineStep = 2 * std::numbers::pi * c.hz / engine::kMixRate * kAmplitude;
-        EXPECT_LT(sound.maxStep(channel, from, to), sineStep * 1.5) << "channel " << channel;
+        SCOPED_TRACE("channel " + std::to_string(channel));
+        EXPECT_NEAR(sound.frequency(channel, from, to), c.hz, c.hz * 0.005);
+        EXPECT_NEAR(sound.rms(channel, from, to), rms, rms * (c.lossy ? 0.08 : 0.01));
+        EXPECT_LT(sound.maxStep(channel, from, to), sineStep * 1.5);
     }
-    EXPECT_TRUE(sound.allFinite());
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Formats, DecodeMatrix,
-    ::testing::Values(DecodeCase{"wav16_48k_mono", Source::wav16, 48000, 1, 440, 0, 0.01},
-                      DecodeCase{"wav16_44k_stereo", Source::wav16, 44100, 2, 440, 2, 0.01},
-                      DecodeCase{"wav16_22k_mono", Source::wav16, 22050, 1, 1000, 2, 0.01},
-                      DecodeCase{"wav16_96k_stereo", Source::wav16, 96000, 2, 440, 2, 0.01},
-                      DecodeCase{"wav24_44k_mono", Source::wav24, 44100, 1, 440, 2, 0.01},
-                      DecodeCase{"wav24_96k_stereo", Source::wav24, 96000, 2, 1000, 2, 0.01},
-                      DecodeCase{"wavf32_48k_stereo", Source::wavFloat, 48000, 2, 440, 0, 0.01},
-                      DecodeCase{"wavf32_22k_mono", Source::wavFloat, 22050, 1, 440, 2, 0.01},
-                      DecodeCase{"mp3_44k_stereo", Source::mp3, 44100, 2, 440, 2, 0.08},
-                      DecodeCase{"mp3_22k_mono", Source::mp3, 22050, 1, 440, 2, 0.08},
-                      DecodeCase{"m4a_48k_stereo", Source::m4a, 48000, 2, 440, 2, 0.08},
-                      DecodeCase{"m4a_16k_mono", Source::m4a, 16000, 1, 440, 2, 0.08},
-                      DecodeCase{"flac_44k_mono", Source::flac, 44100, 1, 440, 2, 0.01},
-                      DecodeCase{"flac_96k_stereo", Source::flac, 96000, 2, 1000, 2, 0.01},
-                      DecodeCase{"ogg_44k_stereo", Source::ogg, 44100, 2, 440, 512, 0.08},
-                      DecodeCase{"ogg_22k_mono", Source::ogg, 22050, 1, 440, 512, 0.08}),
+    ::testing::Values(DecodeCase{"wav16_48k_mono", Source::wav16, 48000, 1, 440, false},
+                      DecodeCase{"wav16_44k_stereo", Source::wav16, 44100, 2, 440, false},
+                      DecodeCase{"wav24_96k_stereo", Source::wav24, 96000, 2, 1000, false},
+                      DecodeCase{"wavf32_22k_mono", Source::wavFloat, 22050, 1, 440, false},
+                      DecodeCase{"flac_44k_mono", Source::flac, 44100, 1, 440, false},
+                      DecodeCase{"flac_96k_stereo", Source::flac, 96000, 2, 1000, false},
+                      DecodeCase{"aiff_44k_mono", Source::aiff, 44100, 1, 440, false},
+                      DecodeCase{"caf_48k_stereo", Source::caf, 48000, 2, 440, false},
+                      DecodeCase{"mp3_44k_stereo", Source::mp3, 44100, 2, 440, true},
+                      DecodeCase{"mp3_22k_mono", Source::mp3, 22050, 1, 440, true},
+                      DecodeCase{"m4a_48k_stereo", Source::m4a, 48000, 2, 440, true},
+                      DecodeCase{"m4a_16k_mono", Source::m4a, 16000, 1, 440, true},
+                      DecodeCase{"vorbis_48k_mono", Source::vorbis, 48000, 1, 440, true},
+                      DecodeCase{"vorbis_44k_stereo", Source::vorbis, 44100, 2, 440, true},
+                      DecodeCase{"vorbis_22k_mono", Source::vorbis, 22050, 1, 440, true},
+                      DecodeCase{"opus_48k_stereo", Source::opus, 48000, 2, 440, true}),
     [](const auto& param) { return std::string(param.param.name); });
 
 TEST_F(DecoderTest, SurroundIsMixedDownToStereo) {
@@ -136,59 +211,43 @@ TEST_F(DecoderTest, SurroundIsMixedDownToStereo) {
     EXPECT_GT(sound.rms(1), 0.1);
 }
 
-TEST_F(DecoderTest, DecodeIntoStopsAtTheAskedCount) {
+TEST_F(DecoderTest, DecodeIntoHandsOutWhatIsAskedAndStopsAtAFullSound) {
     auto opened = Decoder::open(fixtures().tone("count.wav", 440, 0.5));
-    ASSERT_TRUE(opened.hasValue()) << opened.failure().describe();
+    ASSERT_TRUE(opened) << opened.failure().describe();
     Decoder& decoder = *opened.value();
-    SoundData data(1, engine::kMixRate);
+    SoundData data(1, 20000);
     EXPECT_EQ(decoder.decodeInto(data, 1000), 1000u);
     EXPECT_EQ(decoder.decodeInto(data, 3), 3u);
-    EXPECT_EQ(data.frames(), 1003u);
-    std::size_t total = data.frames();
     while (!decoder.atEnd()) {
-        total += decoder.decodeInto(data, 777);
+        decoder.decodeInto(data, 777);
     }
-    EXPECT_EQ(total, 24000u);
+    EXPECT_EQ(data.frames(), 20000u) << "the sound's own bound";
     EXPECT_EQ(decoder.decodeInto(data, 100), 0u) << "nothing after the end";
-    EXPECT_TRUE(decoder.outcome().hasValue());
-}
-
-TEST_F(DecoderTest, FullOutputEndsTheSoundAsFailed) {
-    auto opened = Decoder::open(fixtures().tone("long.wav", 440, 1.0));
-    ASSERT_TRUE(opened.hasValue()) << opened.failure().describe();
-    Decoder& decoder = *opened.value();
-    SoundData data(1, 10000);
-    while (!decoder.atEnd()) {
-        decoder.decodeInto(data, 4096);
-    }
-    EXPECT_EQ(data.frames(), 10000u);
-    ASSERT_FALSE(decoder.outcome().hasValue());
+    ASSERT_FALSE(decoder.outcome());
     EXPECT_EQ(decoder.outcome().error(), OpenError::tooLarge);
 }
 
 // Random damage anywhere in a file: an error or partial audio, never a crash, hang or NaN.
 TEST_F(DecoderTest, DamagedFilesNeverCrash) {
     std::mt19937 random(20240601);
-    const std::vector<std::string> sources = {
-        fixtures().tone("dmg.wav", 440, 0.5, 44100, 2),
-        fixtures().encoded("dmg.mp3", AudioFileFormat::mp3, 440, 0.5),
-        fixtures().encoded("dmg.m4a", AudioFileFormat::m4a, 440, 0.5),
-        fixtures().encoded("dmg.flac", AudioFileFormat::flac, 440, 0.5),
-        fixtures().encoded("dmg.ogg", AudioFileFormat::ogg, 440, 0.5)};
-    for (const std::string& source : sources) {
+    for (const std::string& source :
+         {fixtures().tone("dmg.wav", 440, 0.5, 44100, 2),
+          fixtures().encoded("dmg.mp3", AudioFileFormat::mp3, 440, 0.5),
+          fixtures().encoded("dmg.m4a", AudioFileFormat::m4a, 440, 0.5),
+          fixtures().encoded("dmg.flac", AudioFileFormat::flac, 440, 0.5),
+          fixtures().encoded("dmg.ogg", AudioFileFormat::ogg, 440, 0.5)}) {
         const std::string original = SoundFixtures::readBytes(source);
         ASSERT_FALSE(original.empty());
         for (int variant = 0; variant < 40; ++variant) {
+            SCOPED_TRACE(source + " variant " + std::to_string(variant));
             std::string bytes = original;
-            const int damage = 1 + static_cast<int>(random() % 16);
-            for (int i = 0; i < damage; ++i) {
+            for (int i = 0, damage = 1 + int(random() % 16); i < damage; ++i) {
                 bytes[random() % bytes.size()] = static_cast<char>(random() & 0xff);
             }
             if (variant % 4 == 3) {
                 bytes.resize(random() % bytes.size());
             }
-            const std::string file = fixtures().writeBytes("damaged.bin", bytes);
-            auto opened = Decoder::open(file);
+            auto opened = Decoder::open(fixtures().writeBytes("damaged.bin", bytes));
             if (!opened) {
                 EXPECT_FALSE(opened.failure().detail.empty());
                 continue;
@@ -196,14 +255,13 @@ TEST_F(DecoderTest, DamagedFilesNeverCrash) {
             Decoder& decoder = *opened.value();
             SoundData data(decoder.info().channels, std::size_t{10} * engine::kMixRate);
             for (int steps = 0; !decoder.atEnd(); ++steps) {
-                ASSERT_LT(steps, 10000) << source << " variant " << variant << " does not end";
+                ASSERT_LT(steps, 10000) << "does not end";
                 decoder.decodeInto(data, 4096);
             }
             std::vector<float> samples(data.frames() * std::size_t(data.channels()));
             data.read(0, samples.data(), data.frames());
-            for (const float v : samples) {
-                ASSERT_TRUE(std::isfinite(v)) << source << " variant " << variant;
-            }
+            ASSERT_TRUE(std::all_of(samples.begin(), samples.end(),
+                                    [](float s) { return std::isfinite(s); }));
         }
     }
 }
@@ -222,26 +280,22 @@ TEST_F(DecoderTest, ShippedAssetsDecode) {
     }
 }
 
-// ---- bad files --------------------------------------------------------------------------
+// ---- bad files: refused with their reason (a FIFO that blocked would hang the test) ----------
 
 struct BadCase {
     const char* name;
     BadFile file;
-    OpenError kind;
+    OpenError reason;
 };
 
 class BadFiles : public DecoderTest, public ::testing::WithParamInterface<BadCase> {};
 
-TEST_P(BadFiles, AreRefusedWithTheirReasonWithoutBlocking) {
+TEST_P(BadFiles, AreRefusedWithTheirReason) {
     const BadCase& c = GetParam();
-    const std::string file = fixtures().bad(c.file);
-    const auto start = std::chrono::steady_clock::now();
-    auto opened = Decoder::open(file);
-    const auto elapsed = std::chrono::steady_clock::now() - start;
-    ASSERT_FALSE(opened.hasValue()) << file << " opened as " << opened.value()->info().container;
-    EXPECT_EQ(opened.error(), c.kind) << opened.failure().describe();
+    auto opened = Decoder::open(fixtures().bad(c.file));
+    ASSERT_FALSE(opened) << "opened as " << opened.value()->info().container;
+    EXPECT_EQ(opened.error(), c.reason) << opened.failure().describe();
     EXPECT_FALSE(opened.failure().detail.empty());
-    EXPECT_LT(elapsed, std::chrono::seconds(2));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -262,21 +316,13 @@ INSTANTIATE_TEST_SUITE_P(
                       BadCase{"linkLoop", BadFile::symlinkLoop, OpenError::notReadable}),
     [](const auto& param) { return std::string(param.param.name); });
 
-TEST_F(DecoderTest, CharacterDeviceIsRefusedWithoutReading) {
-    auto opened = Decoder::open("/dev/zero");
-    ASSERT_FALSE(opened.hasValue());
-    EXPECT_EQ(opened.error(), OpenError::notARegularFile);
-}
-
-TEST_F(DecoderTest, UnreadableFileIsRefused) {
-    if (::geteuid() == 0) {
-        GTEST_SKIP() << "root reads every file";
+TEST_F(DecoderTest, DevicesAndUnreadableFilesAreRefused) {
+    EXPECT_EQ(Decoder::open("/dev/zero").error(), OpenError::notARegularFile);
+    if (::geteuid() != 0) { // root reads every file
+        const std::string file = fixtures().tone("locked.wav", 440, 0.1);
+        ::chmod(file.c_str(), 0);
+        EXPECT_EQ(Decoder::open(file).error(), OpenError::notReadable);
     }
-    const std::string file = fixtures().tone("locked.wav", 440, 0.1);
-    ::chmod(file.c_str(), 0);
-    auto opened = Decoder::open(file);
-    ASSERT_FALSE(opened.hasValue());
-    EXPECT_EQ(opened.error(), OpenError::notReadable);
 }
 
 // ---- odd files that play ------------------------------------------------------------------
@@ -316,10 +362,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(DecoderTest, OddNamesOpenAsLocalFiles) {
     for (const char* name : {"with space.wav", "ünïcødé.wav", "-leading-dash.wav",
                              "concat:looks-like-a-protocol.wav", "file:already-prefixed.wav"}) {
-        const std::string file = fixtures().tone(name, 440, 0.2);
-        auto opened = Decoder::open(file);
-        EXPECT_TRUE(opened.hasValue())
-            << name << ": " << (opened ? "" : opened.failure().describe());
+        auto opened = Decoder::open(fixtures().tone(name, 440, 0.2));
+        EXPECT_TRUE(opened) << name << ": " << (opened ? "" : opened.failure().describe());
     }
 }
 
