@@ -12,6 +12,7 @@
 
 extern "C" {
 #include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
 #include <libavutil/samplefmt.h>
 }
 
@@ -80,6 +81,10 @@ Expected<void> Resampler::setUp(const AVFrame& frame) {
         // swresample spreads mono over stereo 3 dB down; keep the source's level.
         const double matrix[2] = {1.0, 1.0};
         rc = swr_set_matrix(swr.get(), matrix, 1);
+    } else if (rc >= 0 && layout.nb_channels > mChannels) {
+        // Its float downmix adds the centre and surrounds to the fronts unscaled (a 5.1 tone
+        // comes out 7.7 dB louder, past full scale); scaled, every source channel keeps its level.
+        rc = av_opt_set_double(swr.get(), "rematrix_maxval", 1.0, 0);
     }
     av_channel_layout_uninit(&layout);
     if (rc >= 0) {
