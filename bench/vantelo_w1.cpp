@@ -116,7 +116,7 @@ float volumeOf(int v) {
 std::shared_ptr<const SoundData> loadOrDie(SoundCache& cache, const std::string& path) {
     auto loaded = cache.load(path);
     if (!loaded) {
-        std::fprintf(stderr, "%s: %s\n", path.c_str(), toString(loaded.error()).c_str());
+        std::fprintf(stderr, "%s: %s\n", path.c_str(), loaded.failure().describe().c_str());
         std::exit(1);
     }
     return loaded.value();

@@ -51,7 +51,7 @@ Engine::~Engine() {
     // Voices still holding sound data release it here, after no thread renders any more.
 }
 
-OpenResult<std::shared_ptr<const SoundData>> Engine::load(const std::string& path) {
+Expected<std::shared_ptr<const SoundData>> Engine::load(const std::string& path) {
     return mCache->load(path);
 }
 

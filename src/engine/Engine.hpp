@@ -5,10 +5,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vantelo_sounds/Expected.hpp>
 #include <vector>
 
 #include "engine/cache/SoundCache.hpp"
-#include "engine/codec/OpenResult.hpp"
 #include "engine/mix/Mixer.hpp"
 #include "engine/mix/VoiceHandle.hpp"
 #include "engine/mix/VoiceParams.hpp"
@@ -43,7 +43,7 @@ public:
     Engine& operator=(const Engine&) = delete;
 
     /// The decoded sound of a file, from the cache (possibly still filling).
-    OpenResult<std::shared_ptr<const SoundData>> load(const std::string& path);
+    Expected<std::shared_ptr<const SoundData>> load(const std::string& path);
     SoundCache& cache() noexcept { return *mCache; }
 
     /// Starts a voice at mix frame `frame`. Empty when every voice is in use or the command queue

@@ -3,6 +3,7 @@
 #include <vantelo_sounds/platform/AudioPlayer.hpp>
 #include <vantelo_sounds/platform/PlaybackObserver.hpp>
 
+#include "engine/codec/OpenError.hpp"
 #include "engine/sound/SoundData.hpp"
 #include "platform/AudioSystem.hpp"
 
@@ -38,24 +39,28 @@ public:
     }
 };
 
-AudioPlayerError toPlayerError(engine::OpenErrorKind kind) noexcept {
-    using Kind = engine::OpenErrorKind;
-    switch (kind) {
-    case Kind::fileNotFound:
-        return AudioPlayerError::fileNotFound;
-    case Kind::notARegularFile:
-        return AudioPlayerError::notARegularFile;
-    case Kind::notReadable:
-        return AudioPlayerError::notReadable;
-    case Kind::notAudio:
-        return AudioPlayerError::notAudio;
-    case Kind::unsupportedFormat:
-        return AudioPlayerError::unsupportedFormat;
-    case Kind::protectedContent:
-        return AudioPlayerError::protectedContent;
-    case Kind::corrupt:
+// The engine's reasons, numbered alike, under the player's own category.
+AudioPlayerError toPlayerError(const std::error_code& error) noexcept {
+    using engine::OpenError;
+    if (error.category() != engine::openErrorCategory()) {
         return AudioPlayerError::corrupt;
-    case Kind::tooLarge:
+    }
+    switch (static_cast<OpenError>(error.value())) {
+    case OpenError::fileNotFound:
+        return AudioPlayerError::fileNotFound;
+    case OpenError::notARegularFile:
+        return AudioPlayerError::notARegularFile;
+    case OpenError::notReadable:
+        return AudioPlayerError::notReadable;
+    case OpenError::notAudio:
+        return AudioPlayerError::notAudio;
+    case OpenError::unsupportedFormat:
+        return AudioPlayerError::unsupportedFormat;
+    case OpenError::protectedContent:
+        return AudioPlayerError::protectedContent;
+    case OpenError::corrupt:
+        return AudioPlayerError::corrupt;
+    case OpenError::tooLarge:
         return AudioPlayerError::tooLarge;
     }
     return AudioPlayerError::corrupt;
@@ -109,7 +114,8 @@ Expected<std::shared_ptr<AudioPlayer>> AudioPlayer::create(const FileURL& url) {
     impl->system = AudioSystem::sharedPointer();
     auto loaded = impl->system->engine().load(url.path());
     if (!loaded) {
-        return make_error_code(toPlayerError(loaded.error().kind));
+        // FFmpeg's words stay in the detail; the manager prints the code's message.
+        return Failure{make_error_code(toPlayerError(loaded.error())), loaded.failure().detail};
     }
     impl->data = std::move(loaded).value();
     return std::shared_ptr<AudioPlayer>(new AudioPlayer(url, std::move(impl)));

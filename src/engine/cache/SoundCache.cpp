@@ -5,6 +5,7 @@
 
 #include "engine/codec/Decoder.hpp"
 #include "engine/codec/FileCheck.hpp"
+#include "engine/codec/OpenError.hpp"
 #include "engine/sound/SoundData.hpp"
 
 namespace vantelo_sounds::engine {
@@ -36,7 +37,7 @@ SoundCache::~SoundCache() {
     }
 }
 
-OpenResult<std::shared_ptr<const SoundData>> SoundCache::load(const std::string& path) {
+Expected<std::shared_ptr<const SoundData>> SoundCache::load(const std::string& path) {
     const auto now = std::chrono::steady_clock::now();
     if (mRecheckAfter > std::chrono::nanoseconds::zero()) {
         std::lock_guard lock(mMutex);
@@ -64,13 +65,13 @@ OpenResult<std::shared_ptr<const SoundData>> SoundCache::load(const std::string&
         }
     }
     if (!stamp) {
-        return stamp.error();
+        return stamp.failure();
     }
 
     // Opening (stat, probe, header) happens outside the lock: other loads and the worker go on.
     auto opened = Decoder::open(path);
     if (!opened) {
-        return opened.error();
+        return opened.failure();
     }
     std::unique_ptr<Decoder> decoder = std::move(opened).value();
     const SoundInfo& info = decoder->info();
@@ -78,10 +79,10 @@ OpenResult<std::shared_ptr<const SoundData>> SoundCache::load(const std::string&
     const double declaredBytes =
         std::ceil(info.durationEstimate * kMixRate) * static_cast<double>(frameBytes);
     if (declaredBytes > static_cast<double>(mBudget)) {
-        return OpenError{OpenErrorKind::tooLarge,
-                         "The decoded sound (" + std::to_string(info.durationEstimate) +
-                             " s) would exceed the sound memory budget of " +
-                             std::to_string(mBudget >> 20) + " MiB"};
+        return Failure{OpenError::tooLarge, "The decoded sound (" +
+                                                std::to_string(info.durationEstimate) +
+                                                " s) would exceed the sound memory budget of " +
+                                                std::to_string(mBudget >> 20) + " MiB"};
     }
     auto data = std::make_shared<SoundData>(info.channels, mBudget / frameBytes);
 
@@ -175,7 +176,7 @@ void SoundCache::workerLoop() {
         job->decoder->decodeInto(*job->data, kDecodeStepFrames);
         const bool done = job->decoder->atEnd();
         if (done) {
-            job->data->finish(!job->decoder->failed());
+            job->data->finish(job->decoder->outcome().hasValue());
             job.reset(); // drops the worker's hold before eviction looks at use counts
         }
 

@@ -10,9 +10,8 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <vantelo_sounds/Expected.hpp>
 #include <vector>
-
-#include "engine/codec/OpenResult.hpp"
 
 namespace vantelo_sounds::engine {
 
@@ -26,7 +25,8 @@ class SoundData;
 /// (half a second at a time, the sound with the least decoded first). A sound is never evicted
 /// while anyone else holds it (a voice, a player); otherwise the least recently used go first when
 /// the bytes exceed the budget. A sound that alone would exceed the budget is refused (tooLarge)
-/// when its header says so, and is cut off at the budget (failed()) when the header under-states.
+/// when its header says so, and is cut off at the budget (a failed sound) when the header
+/// under-states.
 ///
 /// A hit checks the file's size and modification time with one stat, unless the same path was
 /// checked less than `recheckAfter` ago: a burst of plays of one sound then costs no system call
@@ -41,8 +41,9 @@ public:
     SoundCache(const SoundCache&) = delete;
     SoundCache& operator=(const SoundCache&) = delete;
 
-    /// The sound for the file at `path`, possibly still filling.
-    OpenResult<std::shared_ptr<const SoundData>> load(const std::string& path);
+    /// The sound for the file at `path`, possibly still filling; or why it cannot be had, with an
+    /// OpenError code.
+    Expected<std::shared_ptr<const SoundData>> load(const std::string& path);
 
     /// Blocks until every pending decode has finished (tests, benchmarks), or, while decoding
     /// is paused, until the worker has put down the sound it was decoding.

@@ -10,16 +10,13 @@
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 #include "engine/codec/FfmpegLog.hpp"
 #include "engine/codec/FfmpegPtr.hpp"
 #include "engine/codec/FileCheck.hpp"
+#include "engine/codec/GaplessTrim.hpp"
+#include "engine/codec/Resampler.hpp"
 #include "engine/sound/SoundData.hpp"
-
-extern "C" {
-#include <libavutil/channel_layout.h>
-}
 
 namespace vantelo_sounds::engine {
 namespace {
@@ -32,8 +29,6 @@ constexpr const char* kDemuxerWhitelist =
     "wav,mp3,mov,mp4,m4a,3gp,3g2,mj2,ogg,flac,aac,aiff,caf,w64";
 
 constexpr int kIoBufferSize = 32 * 1024;
-constexpr int kMaxChannels = 64;
-constexpr int kMaxSampleRate = 1'536'000;
 // A stream of nothing but bad packets ends rather than spinning through the whole file.
 constexpr int kMaxConsecutiveErrors = 1000;
 
@@ -146,251 +141,311 @@ bool parametersKnown(const AVStream* stream) {
 } // namespace
 
 struct Decoder::Impl {
+    std::string path;
+    // The name FFmpeg sees is only a hint (and the base of any nested open, which the protocol
+    // whitelist then limits to plain files).
+    std::string url;
     SoundInfo info;
     // Declaration order is destruction order reversed: the format context goes before the I/O
     // context it reads through, and that before the descriptor.
     FileDescriptor file;
     ffmpeg::IoContextPtr io;
+    const AVInputFormat* container = nullptr;
     ffmpeg::InputContextPtr format;
+    AVStream* audio = nullptr;
     const AVCodec* decoder = nullptr;
     ffmpeg::CodecContextPtr codec; // opened by the first step()
-    ffmpeg::SwrPtr resampler;
     ffmpeg::FramePtr frame;
     ffmpeg::PacketPtr packet;
-    int streamIndex = -1;
+    std::optional<GaplessTrim> trim;
+    std::optional<Resampler> resampler;
 
-    int inFormat = -1;
-    int inRate = 0;
-    std::int64_t resampledIn = 0; // source frames fed to the current resampler
-    std::int64_t resampledOut = 0;
-    AVChannelLayout inLayout{};
-
-    std::vector<float> pending; // converted frames not yet handed out
-    std::size_t pendingBegin = 0;
-    std::size_t pendingEnd = 0;
-
-    std::size_t framesOut = 0; // frames handed out so far
-    // MP4 states its exact length (edit list) but FFmpeg does not cut the AAC padding at the
-    // end; without this a looping M4A would have a gap of up to one AAC frame.
-    std::optional<std::size_t> frameLimit;
     bool inputEnded = false; // the flush packet was sent
     bool decoderDrained = false;
     bool ended = false;
-    bool failed = false;
     int consecutiveErrors = 0;
-    std::string failure;
+    Expected<void> outcome; // the first part-way problem
 
-    ~Impl() { av_channel_layout_uninit(&inLayout); }
+    // ---- opening, in this order ------------------------------------------------------------
+    Expected<void> openFile();
+    Expected<void> makeReader();
+    Expected<void> recogniseContainer();
+    Expected<void> openDemuxer();
+    Expected<void> findAudioStream();
+    Expected<void> refuseProtected();
+    Expected<void> findCodec();
+    Expected<void> checkParameters();
+    void describe();
 
-    void fail(std::string why) {
-        failed = true;
-        if (failure.empty()) {
-            failure = std::move(why);
-        }
-    }
-
-    std::size_t channels() const { return static_cast<std::size_t>(info.channels); }
-
-    float* reserve(std::size_t frames) {
-        if (pendingBegin == pendingEnd) {
-            pendingBegin = pendingEnd = 0;
-        }
-        const std::size_t needed = (pendingEnd + frames) * channels();
-        if (pending.size() < needed) {
-            pending.resize(needed);
-        }
-        return pending.data() + pendingEnd * channels();
-    }
-
-    void commit(std::size_t frames) {
-        float* samples = pending.data() + pendingEnd * channels();
-        for (std::size_t i = 0; i < frames * channels(); ++i) {
-            if (!std::isfinite(samples[i])) {
-                samples[i] = 0.0f;
-            }
-        }
-        pendingEnd += frames;
-    }
-
-    void flushResampler() {
-        if (!resampler) {
-            return;
-        }
-        // The flush pads the filter's tail with silence; keep only what the input accounts for,
-        // so a resampled sound has exactly its length at the mix rate.
-        const std::int64_t expected =
-            av_rescale_rnd(resampledIn, kMixRate, inRate, AV_ROUND_NEAR_INF);
-        for (;;) {
-            const std::int64_t left = expected - resampledOut;
-            if (left <= 0) {
-                break;
-            }
-            const int room = static_cast<int>(std::min<std::int64_t>(left, 4096));
-            auto* out = reinterpret_cast<std::uint8_t*>(reserve(static_cast<std::size_t>(room)));
-            const int n = swr_convert(resampler.get(), &out, room, nullptr, 0);
-            if (n <= 0) {
-                break;
-            }
-            commit(static_cast<std::size_t>(n));
-            resampledOut += n;
-        }
-    }
-
-    bool setUpResampler(const AVFrame* in) {
-        if (in->sample_rate <= 0 || in->sample_rate > kMaxSampleRate ||
-            in->ch_layout.nb_channels <= 0 || in->ch_layout.nb_channels > kMaxChannels) {
-            fail("a decoded frame has an impossible format");
-            return false;
-        }
-        if (resampler && in->format == inFormat && in->sample_rate == inRate &&
-            av_channel_layout_compare(&in->ch_layout, &inLayout) == 0) {
-            return true;
-        }
-        flushResampler();
-        resampler.reset();
-        av_channel_layout_uninit(&inLayout);
-        AVChannelLayout layout{};
-        if (in->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC ||
-            av_channel_layout_check(&in->ch_layout) == 0) {
-            av_channel_layout_default(&layout, in->ch_layout.nb_channels);
-        } else if (av_channel_layout_copy(&layout, &in->ch_layout) < 0) {
-            fail("out of memory");
-            return false;
-        }
-        AVChannelLayout outLayout{};
-        av_channel_layout_default(&outLayout, info.channels);
-        SwrContext* raw = nullptr;
-        int rc = swr_alloc_set_opts2(&raw, &outLayout, AV_SAMPLE_FMT_FLT, kMixRate, &layout,
-                                     static_cast<AVSampleFormat>(in->format), in->sample_rate, 0,
-                                     nullptr);
-        ffmpeg::SwrPtr swr(raw);
-        if (rc >= 0 && layout.nb_channels == 1 && info.channels == 2) {
-            // swresample spreads mono over stereo 3 dB down; keep the source's level.
-            const double matrix[2] = {1.0, 1.0};
-            rc = swr_set_matrix(swr.get(), matrix, 1);
-        }
-        if (rc >= 0) {
-            rc = swr_init(swr.get());
-        }
-        if (rc < 0) {
-            av_channel_layout_uninit(&layout);
-            fail("cannot convert the decoded audio: " + FfmpegLog::describe(rc));
-            return false;
-        }
-        resampler = std::move(swr);
-        resampledIn = 0;
-        resampledOut = 0;
-        // Remember the frame's own layout (often "unspecified") to notice real changes.
-        av_channel_layout_uninit(&layout);
-        if (av_channel_layout_copy(&inLayout, &in->ch_layout) < 0) {
-            inLayout = AVChannelLayout{};
-        }
-        inFormat = in->format;
-        inRate = in->sample_rate;
-        return true;
-    }
-
-    void convert(const AVFrame* in) {
-        if (!setUpResampler(in)) {
-            return;
-        }
-        const int room = swr_get_out_samples(resampler.get(), in->nb_samples);
-        if (room <= 0) {
-            return;
-        }
-        auto* out = reinterpret_cast<std::uint8_t*>(reserve(static_cast<std::size_t>(room)));
-        const int n =
-            swr_convert(resampler.get(), &out, room,
-                        const_cast<const std::uint8_t**>(in->extended_data), in->nb_samples);
-        if (n < 0) {
-            fail("conversion failed: " + FfmpegLog::describe(n));
-            return;
-        }
-        commit(static_cast<std::size_t>(n));
-        resampledIn += in->nb_samples;
-        resampledOut += n;
-    }
-
-    void onError(std::string why) {
-        fail(std::move(why));
-        if (++consecutiveErrors >= kMaxConsecutiveErrors) {
-            ended = true;
-        }
-    }
-
-    bool openCodec() {
-        const AVStream* audio = format->streams[streamIndex];
-        codec.reset(avcodec_alloc_context3(decoder));
-        frame.reset(av_frame_alloc());
-        packet.reset(av_packet_alloc());
-        if (!codec || !frame || !packet) {
-            fail("out of memory");
-            return false;
-        }
-        FfmpegLog::reset();
-        int rc = avcodec_parameters_to_context(codec.get(), audio->codecpar);
-        if (rc >= 0) {
-            codec->pkt_timebase = audio->time_base;
-            rc = avcodec_open2(codec.get(), decoder, nullptr);
-        }
-        if (rc < 0) {
-            fail("cannot open the decoder: " + ffmpegDetail(rc));
-            codec.reset();
-            return false;
-        }
-        return true;
-    }
-
-    // Moves the decoder one step on: a frame converted, a packet fed, or the end reached.
-    void step() {
-        if (decoderDrained) {
-            ended = true;
-            return;
-        }
-        if (!codec && !openCodec()) {
-            ended = true;
-            return;
-        }
-        int rc = avcodec_receive_frame(codec.get(), frame.get());
-        if (rc == 0) {
-            consecutiveErrors = 0;
-            convert(frame.get());
-            av_frame_unref(frame.get());
-            return;
-        }
-        if (rc == AVERROR_EOF) {
-            decoderDrained = true;
-            flushResampler();
-            return;
-        }
-        if (rc != AVERROR(EAGAIN)) {
-            onError("decoding failed: " + FfmpegLog::describe(rc));
-            return;
-        }
-        if (inputEnded) {
-            // The decoder asks for input after the flush packet: it has nothing more.
-            decoderDrained = true;
-            flushResampler();
-            return;
-        }
-        rc = av_read_frame(format.get(), packet.get());
-        if (rc < 0) {
-            if (rc != AVERROR_EOF) {
-                fail("reading failed: " + ffmpegDetail(rc));
-            }
-            inputEnded = true;
-            avcodec_send_packet(codec.get(), nullptr);
-            return;
-        }
-        if (packet->stream_index == streamIndex) {
-            rc = avcodec_send_packet(codec.get(), packet.get());
-            if (rc < 0 && rc != AVERROR(EAGAIN)) {
-                onError("a damaged packet was skipped: " + FfmpegLog::describe(rc));
-            }
-        }
-        av_packet_unref(packet.get());
-    }
+    // ---- decoding ---------------------------------------------------------------------------
+    Expected<void> openCodec();
+    void step();
+    void convert(const AVFrame& decoded);
+    void endOfInput();
+    void fail(const Failure& failure);
+    void onError(std::string detail);
 };
+
+Expected<void> Decoder::Impl::openFile() {
+    auto opened = openRegularFile(path);
+    if (!opened) {
+        return opened.failure();
+    }
+    file.fd = opened.value();
+    struct stat st {};
+    if (::fstat(file.fd, &st) == 0 && st.st_size == 0) {
+        return Failure{OpenError::notAudio, "The file is empty"};
+    }
+    return {};
+}
+
+Expected<void> Decoder::Impl::makeReader() {
+    auto* buffer = static_cast<unsigned char*>(av_malloc(kIoBufferSize));
+    if (buffer == nullptr) {
+        return Failure{OpenError::notReadable, "Out of memory"};
+    }
+    AVIOContext* context =
+        avio_alloc_context(buffer, kIoBufferSize, 0, &file.fd, readPacket, nullptr, seekFile);
+    if (context == nullptr) {
+        av_free(buffer);
+        return Failure{OpenError::notReadable, "Out of memory"};
+    }
+    io.reset(context);
+    return {};
+}
+
+// The content decides the format, never the name.
+Expected<void> Decoder::Impl::recogniseContainer() {
+    container = bySignature(file.fd);
+    int rc = 0;
+    if (container == nullptr) {
+        rc = av_probe_input_buffer2(io.get(), &container, url.c_str(), nullptr, 0, 0);
+    }
+    if (rc < 0 || container == nullptr) {
+        if (rc == AVERROR_INVALIDDATA || container == nullptr) {
+            return Failure{OpenError::notAudio, "Invalid data found when processing input"};
+        }
+        return Failure{OpenError::notReadable, ffmpegDetail(rc)};
+    }
+    if (!isAllowedDemuxer(container->name)) {
+        return Failure{OpenError::unsupportedFormat,
+                       std::string("Format not allowed for sounds: ") + container->name};
+    }
+    return {};
+}
+
+Expected<void> Decoder::Impl::openDemuxer() {
+    AVFormatContext* context = avformat_alloc_context();
+    if (context == nullptr) {
+        return Failure{OpenError::notReadable, "Out of memory"};
+    }
+    context->pb = io.get();
+    context->flags |= AVFMT_FLAG_CUSTOM_IO;
+    // Nested opens (a playlist's entries, an MP4's external references) are refused too.
+    Dictionary options;
+    av_dict_set(&options.dict, "protocol_whitelist", "file", 0);
+    av_dict_set(&options.dict, "format_whitelist", kDemuxerWhitelist, 0);
+    av_dict_set(&options.dict, "enable_drefs", "0", 0);
+    const int rc = avformat_open_input(&context, url.c_str(), container, &options.dict);
+    if (rc < 0) {
+        // avformat_open_input freed the context; a known container that cannot read its own
+        // header is broken ("moov atom not found", "Invalid sample rate").
+        return Failure{OpenError::corrupt, ffmpegDetail(rc)};
+    }
+    format.reset(context);
+    info.container = container->name;
+    return {};
+}
+
+Expected<void> Decoder::Impl::findAudioStream() {
+    AVFormatContext* context = format.get();
+    // av_find_best_stream skips audio streams whose rate or channels are not known yet.
+    int stream = -1;
+    bool known = false;
+    for (unsigned i = 0; i < context->nb_streams && !known; ++i) {
+        if (context->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+            stream = static_cast<int>(i);
+            known = parametersKnown(context->streams[i]);
+        }
+    }
+    if (stream >= 0 && !known) {
+        // Only some containers (mp3, adts) leave the parameters to a look at the first frames.
+        const int rc = avformat_find_stream_info(context, nullptr);
+        if (rc < 0) {
+            return Failure{OpenError::corrupt, ffmpegDetail(rc)};
+        }
+        stream = av_find_best_stream(context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    }
+    if (stream < 0) {
+        return Failure{OpenError::notAudio, "The file has no audio stream"};
+    }
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        if (static_cast<int>(i) != stream) {
+            context->streams[i]->discard = AVDISCARD_ALL;
+        }
+    }
+    audio = context->streams[stream];
+    return {};
+}
+
+Expected<void> Decoder::Impl::refuseProtected() {
+    if (isProtected(audio)) {
+        return Failure{OpenError::protectedContent, "The audio is DRM-protected"};
+    }
+    if (avcodec_find_decoder(audio->codecpar->codec_id) == nullptr && hasExtension(path, ".m4p")) {
+        return Failure{OpenError::protectedContent,
+                       "The audio is protected (no decoder for an .m4p)"};
+    }
+    return {};
+}
+
+// The codec itself is opened by the first decodeInto: its state (hundreds of KB for AAC) is
+// made on the thread that decodes, not on the one that asked for the sound.
+Expected<void> Decoder::Impl::findCodec() {
+    decoder = avcodec_find_decoder(audio->codecpar->codec_id);
+    if (decoder == nullptr) {
+        const char* name = avcodec_get_name(audio->codecpar->codec_id);
+        return Failure{OpenError::unsupportedFormat,
+                       std::string("No decoder for the codec ") + (name ? name : "?")};
+    }
+    return {};
+}
+
+Expected<void> Decoder::Impl::checkParameters() {
+    const AVCodecParameters* params = audio->codecpar;
+    if (params->sample_rate <= 0 || params->sample_rate > Resampler::kMaxSampleRate) {
+        return Failure{OpenError::corrupt,
+                       "Invalid sample rate " + std::to_string(params->sample_rate)};
+    }
+    const int channels = params->ch_layout.nb_channels;
+    if (channels <= 0 || channels > Resampler::kMaxChannels) {
+        return Failure{OpenError::corrupt, "Invalid channel count " + std::to_string(channels)};
+    }
+    return {};
+}
+
+void Decoder::Impl::describe() {
+    const AVCodecParameters* params = audio->codecpar;
+    const int channels = params->ch_layout.nb_channels;
+    info.channels = channels == 1 ? 1 : 2;
+    info.sourceRate = params->sample_rate;
+    info.sourceChannels = channels;
+    info.codec = decoder->name;
+    if (audio->duration != AV_NOPTS_VALUE && audio->duration > 0) {
+        info.durationEstimate = static_cast<double>(audio->duration) * av_q2d(audio->time_base);
+    } else if (format->duration != AV_NOPTS_VALUE && format->duration > 0) {
+        info.durationEstimate = static_cast<double>(format->duration) / AV_TIME_BASE;
+    }
+    if (!std::isfinite(info.durationEstimate) || info.durationEstimate < 0) {
+        info.durationEstimate = 0;
+    }
+}
+
+Expected<void> Decoder::Impl::openCodec() {
+    codec.reset(avcodec_alloc_context3(decoder));
+    frame.reset(av_frame_alloc());
+    packet.reset(av_packet_alloc());
+    if (!codec || !frame || !packet) {
+        return Failure{OpenError::notReadable, "out of memory"};
+    }
+    FfmpegLog::reset();
+    int rc = avcodec_parameters_to_context(codec.get(), audio->codecpar);
+    if (rc >= 0) {
+        codec->pkt_timebase = audio->time_base;
+        // The encoder's delay and padding are cut by GaplessTrim, which knows the stated length.
+        codec->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
+        rc = avcodec_open2(codec.get(), decoder, nullptr);
+    }
+    if (rc < 0) {
+        codec.reset();
+        return Failure{OpenError::corrupt, "cannot open the decoder: " + ffmpegDetail(rc)};
+    }
+    // FFmpeg guesses an MP3's or ADTS file's duration from its bit rate when nothing states it.
+    trim.emplace(*audio, format->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE);
+    resampler.emplace(info.channels);
+    return {};
+}
+
+void Decoder::Impl::fail(const Failure& failure) {
+    if (outcome) {
+        outcome = failure;
+    }
+}
+
+void Decoder::Impl::onError(std::string detail) {
+    fail(Failure{OpenError::corrupt, std::move(detail)});
+    if (++consecutiveErrors >= kMaxConsecutiveErrors) {
+        ended = true;
+    }
+}
+
+void Decoder::Impl::convert(const AVFrame& decoded) {
+    const GaplessTrim::Span sound = trim->keep(decoded);
+    if (auto converted = resampler->convert(decoded, sound.first, sound.count); !converted) {
+        fail(converted.failure());
+    }
+    if (trim->pastEnd()) {
+        endOfInput(); // the rest is the encoder's padding
+    }
+}
+
+// Nothing more will come from the decoder: what the resampler still holds comes out.
+void Decoder::Impl::endOfInput() {
+    decoderDrained = true;
+    resampler->finish();
+}
+
+// Moves the decoder one step on: a frame converted, a packet fed, or the end reached.
+void Decoder::Impl::step() {
+    if (decoderDrained) {
+        ended = true;
+        return;
+    }
+    if (!codec) {
+        if (auto opened = openCodec(); !opened) {
+            fail(opened.failure());
+            ended = true;
+            return;
+        }
+    }
+    int rc = avcodec_receive_frame(codec.get(), frame.get());
+    if (rc == 0) {
+        consecutiveErrors = 0;
+        convert(*frame);
+        av_frame_unref(frame.get());
+        return;
+    }
+    if (rc == AVERROR_EOF) {
+        endOfInput();
+        return;
+    }
+    if (rc != AVERROR(EAGAIN)) {
+        onError("decoding failed: " + FfmpegLog::describe(rc));
+        return;
+    }
+    if (inputEnded) {
+        // The decoder asks for input after the flush packet: it has nothing more.
+        endOfInput();
+        return;
+    }
+    rc = av_read_frame(format.get(), packet.get());
+    if (rc < 0) {
+        if (rc != AVERROR_EOF) {
+            fail(Failure{OpenError::notReadable, "reading failed: " + ffmpegDetail(rc)});
+        }
+        inputEnded = true;
+        avcodec_send_packet(codec.get(), nullptr);
+        return;
+    }
+    if (packet->stream_index == audio->index) {
+        trim->packetSent(*packet);
+        rc = avcodec_send_packet(codec.get(), packet.get());
+        if (rc < 0 && rc != AVERROR(EAGAIN)) {
+            onError("a damaged packet was skipped: " + FfmpegLog::describe(rc));
+        }
+    }
+    av_packet_unref(packet.get());
+}
 
 Decoder::Decoder(std::unique_ptr<Impl> impl)
     : mImpl(std::move(impl)) {}
@@ -405,157 +460,25 @@ bool Decoder::atEnd() const noexcept {
     return mImpl->ended;
 }
 
-bool Decoder::failed() const noexcept {
-    return mImpl->failed;
+const Expected<void>& Decoder::outcome() const noexcept {
+    return mImpl->outcome;
 }
 
-const std::string& Decoder::failure() const noexcept {
-    return mImpl->failure;
-}
-
-OpenResult<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
+Expected<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
     FfmpegLog::install();
     FfmpegLog::reset();
-
-    auto opened = openRegularFile(path);
-    if (!opened) {
-        return opened.error();
-    }
     auto impl = std::make_unique<Impl>();
-    impl->file.fd = opened.value();
-
-    struct stat st {};
-    if (::fstat(impl->file.fd, &st) == 0 && st.st_size == 0) {
-        return OpenError{OpenErrorKind::notAudio, "The file is empty"};
-    }
-
-    auto* buffer = static_cast<unsigned char*>(av_malloc(kIoBufferSize));
-    if (buffer == nullptr) {
-        return OpenError{OpenErrorKind::notReadable, "Out of memory"};
-    }
-    AVIOContext* io =
-        avio_alloc_context(buffer, kIoBufferSize, 0, &impl->file.fd, readPacket, nullptr, seekFile);
-    if (io == nullptr) {
-        av_free(buffer);
-        return OpenError{OpenErrorKind::notReadable, "Out of memory"};
-    }
-    impl->io.reset(io);
-
-    // The name FFmpeg sees is only a hint (and the base of any nested open, which the protocol
-    // whitelist then limits to plain files). The content decides the format.
-    const std::string url = "file:" + path;
-    const AVInputFormat* probed = bySignature(impl->file.fd);
-    int rc = 0;
-    if (probed == nullptr) {
-        rc = av_probe_input_buffer2(io, &probed, url.c_str(), nullptr, 0, 0);
-    }
-    if (rc < 0 || probed == nullptr) {
-        if (rc == AVERROR_INVALIDDATA || probed == nullptr) {
-            return OpenError{OpenErrorKind::notAudio, "Invalid data found when processing input"};
-        }
-        return OpenError{OpenErrorKind::notReadable, ffmpegDetail(rc)};
-    }
-    if (!isAllowedDemuxer(probed->name)) {
-        return OpenError{OpenErrorKind::unsupportedFormat,
-                         std::string("Format not allowed for sounds: ") + probed->name};
-    }
-
-    AVFormatContext* context = avformat_alloc_context();
-    if (context == nullptr) {
-        return OpenError{OpenErrorKind::notReadable, "Out of memory"};
-    }
-    context->pb = io;
-    context->flags |= AVFMT_FLAG_CUSTOM_IO;
-    Dictionary options;
-    av_dict_set(&options.dict, "protocol_whitelist", "file", 0);
-    av_dict_set(&options.dict, "format_whitelist", kDemuxerWhitelist, 0);
-    av_dict_set(&options.dict, "enable_drefs", "0", 0);
-    rc = avformat_open_input(&context, url.c_str(), probed, &options.dict);
-    if (rc < 0) {
-        // avformat_open_input freed the context; a known container that cannot read its own
-        // header is broken ("moov atom not found", "Invalid sample rate").
-        return OpenError{OpenErrorKind::corrupt, ffmpegDetail(rc)};
-    }
-    impl->format.reset(context);
-    impl->info.container = probed->name;
-
-    // av_find_best_stream skips audio streams whose rate or channels are not known yet.
-    int stream = -1;
-    bool known = false;
-    for (unsigned i = 0; i < context->nb_streams; ++i) {
-        if (context->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
-            stream = static_cast<int>(i);
-            known = parametersKnown(context->streams[i]);
-            if (known) {
-                break;
-            }
+    impl->path = path;
+    impl->url = "file:" + path;
+    using Step = Expected<void> (Impl::*)();
+    for (const Step step : {&Impl::openFile, &Impl::makeReader, &Impl::recogniseContainer,
+                            &Impl::openDemuxer, &Impl::findAudioStream, &Impl::refuseProtected,
+                            &Impl::findCodec, &Impl::checkParameters}) {
+        if (auto done = (impl.get()->*step)(); !done) {
+            return done.failure();
         }
     }
-    if (stream >= 0 && !known) {
-        // Only some containers (mp3, adts) leave the parameters to a look at the first frames.
-        rc = avformat_find_stream_info(context, nullptr);
-        if (rc < 0) {
-            return OpenError{OpenErrorKind::corrupt, ffmpegDetail(rc)};
-        }
-        stream = av_find_best_stream(context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-    }
-    if (stream < 0) {
-        return OpenError{OpenErrorKind::notAudio, "The file has no audio stream"};
-    }
-    impl->streamIndex = stream;
-    for (unsigned i = 0; i < context->nb_streams; ++i) {
-        if (static_cast<int>(i) != stream) {
-            context->streams[i]->discard = AVDISCARD_ALL;
-        }
-    }
-    AVStream* audio = context->streams[stream];
-    const AVCodecParameters* params = audio->codecpar;
-
-    if (isProtected(audio)) {
-        return OpenError{OpenErrorKind::protectedContent, "The audio is DRM-protected"};
-    }
-    const AVCodec* decoder = avcodec_find_decoder(params->codec_id);
-    if (decoder == nullptr) {
-        if (hasExtension(path, ".m4p")) {
-            return OpenError{OpenErrorKind::protectedContent,
-                             "The audio is protected (no decoder for an .m4p)"};
-        }
-        const char* name = avcodec_get_name(params->codec_id);
-        return OpenError{OpenErrorKind::unsupportedFormat,
-                         std::string("No decoder for the codec ") + (name ? name : "?")};
-    }
-    if (params->sample_rate <= 0 || params->sample_rate > kMaxSampleRate) {
-        return OpenError{OpenErrorKind::corrupt,
-                         "Invalid sample rate " + std::to_string(params->sample_rate)};
-    }
-    const int channels = params->ch_layout.nb_channels;
-    if (channels <= 0 || channels > kMaxChannels) {
-        return OpenError{OpenErrorKind::corrupt,
-                         "Invalid channel count " + std::to_string(channels)};
-    }
-
-    // The codec itself is opened by the first decodeInto: its state (hundreds of KB for AAC)
-    // is made on the thread that decodes, not on the one that asked for the sound.
-    impl->decoder = decoder;
-
-    SoundInfo& info = impl->info;
-    info.channels = channels == 1 ? 1 : 2;
-    info.sourceRate = params->sample_rate;
-    info.sourceChannels = channels;
-    info.codec = decoder->name;
-    if (audio->duration != AV_NOPTS_VALUE && audio->duration > 0) {
-        info.durationEstimate = static_cast<double>(audio->duration) * av_q2d(audio->time_base);
-    } else if (context->duration != AV_NOPTS_VALUE && context->duration > 0) {
-        info.durationEstimate = static_cast<double>(context->duration) / AV_TIME_BASE;
-    }
-    if (!std::isfinite(info.durationEstimate) || info.durationEstimate < 0) {
-        info.durationEstimate = 0;
-    }
-    if (info.container == "mov,mp4,m4a,3gp,3g2,mj2" && audio->duration != AV_NOPTS_VALUE &&
-        audio->duration > 0) {
-        impl->frameLimit = static_cast<std::size_t>(
-            av_rescale_q(audio->duration, audio->time_base, AVRational{1, kMixRate}));
-    }
+    impl->describe();
     return std::unique_ptr<Decoder>(new Decoder(std::move(impl)));
 }
 
@@ -563,22 +486,14 @@ std::size_t Decoder::decodeInto(SoundData& out, std::size_t maxFrames) {
     Impl& d = *mImpl;
     std::size_t done = 0;
     while (done < maxFrames && !d.ended) {
-        if (d.frameLimit && d.framesOut >= *d.frameLimit) {
-            d.ended = true; // the rest is the encoder's padding
-            break;
-        }
-        if (d.pendingBegin < d.pendingEnd) {
-            std::size_t wanted = std::min(maxFrames - done, d.pendingEnd - d.pendingBegin);
-            if (d.frameLimit) {
-                wanted = std::min(wanted, *d.frameLimit - d.framesOut);
-            }
-            const std::size_t taken =
-                out.append(d.pending.data() + d.pendingBegin * d.channels(), wanted);
-            d.pendingBegin += taken;
-            d.framesOut += taken;
+        if (d.resampler && d.resampler->available() > 0) {
+            const std::size_t wanted = std::min(maxFrames - done, d.resampler->available());
+            const std::size_t taken = out.append(d.resampler->data(), wanted);
+            d.resampler->consume(taken);
             done += taken;
             if (taken < wanted) {
-                d.fail("the sound is longer than the memory allowed for it");
+                d.fail(Failure{OpenError::tooLarge,
+                               "the sound is longer than the memory allowed for it"});
                 d.ended = true;
             }
             continue;

@@ -3,8 +3,9 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vantelo_sounds/Expected.hpp>
 
-#include "engine/codec/OpenResult.hpp"
+#include "engine/codec/OpenError.hpp"
 #include "engine/codec/SoundInfo.hpp"
 
 namespace vantelo_sounds::engine {
@@ -12,7 +13,8 @@ namespace vantelo_sounds::engine {
 class SoundData;
 
 /// Decodes one local sound file to 32-bit float interleaved PCM at kMixRate. A mono source stays
-/// mono at full level; anything with two or more channels comes out as stereo.
+/// mono at full level; anything with two or more channels comes out as stereo. A sound has the
+/// length its file states, without the encoder's delay and padding, so it loops without a seam.
 ///
 /// Only regular files are opened, through a demuxer allow-list (wav, mp3, mp4/m4a, ogg, flac,
 /// aac, aiff, caf, w64), never as a playlist, script or protocol. A Decoder is used by one
@@ -24,25 +26,23 @@ public:
     Decoder& operator=(const Decoder&) = delete;
 
     /// Opens and probes `path`; decodes nothing yet. Cheap (a stat, a probe, the header): the
-    /// codec is opened by the first decodeInto(), where a failure to open it shows as failed().
-    static OpenResult<std::unique_ptr<Decoder>> open(const std::string& path);
+    /// codec is opened by the first decodeInto(), where a failure to open it shows in outcome().
+    static Expected<std::unique_ptr<Decoder>> open(const std::string& path);
 
     const SoundInfo& info() const noexcept;
 
     /// Decodes and appends up to `maxFrames` frames to `out` (whose channel count must be
     /// info().channels). Returns the frames appended; 0 with atEnd() true at the end. When `out`
-    /// is full (its maxFrames reached) decoding ends there with failed() true. A decode error
-    /// part-way skips the bad packet and sets failed(); a read error ends the stream.
-    /// Does not call out.finish(): the caller does, with !failed().
+    /// is full (its maxFrames reached) decoding ends there (tooLarge). A decode error part-way
+    /// skips the bad packet (corrupt); a read error ends the stream (notReadable).
+    /// Does not call out.finish(): the caller does, with outcome().hasValue().
     std::size_t decodeInto(SoundData& out, std::size_t maxFrames);
 
     /// No more frames will come.
     bool atEnd() const noexcept;
-    /// Something went wrong part-way (bad packets, read error, output full): what was decoded
-    /// is still good.
-    bool failed() const noexcept;
-    /// The last part-way problem in words (empty when none).
-    const std::string& failure() const noexcept;
+    /// Success so far, or the first problem met part-way (bad packets, a read error, the output
+    /// full). What was decoded before and after it is still good.
+    const Expected<void>& outcome() const noexcept;
 
 private:
     struct Impl;

@@ -10,20 +10,20 @@
 namespace vantelo_sounds::engine {
 namespace {
 
-OpenError errnoError(int error) {
+Failure errnoFailure(int error) {
     const std::string text = std::strerror(error);
     switch (error) {
     case ENOENT:
     case ENOTDIR:
-        return {OpenErrorKind::fileNotFound, text};
+        return {OpenError::fileNotFound, text};
     case EISDIR:
-        return {OpenErrorKind::notARegularFile, text};
+        return {OpenError::notARegularFile, text};
     default:
-        return {OpenErrorKind::notReadable, text};
+        return {OpenError::notReadable, text};
     }
 }
 
-std::optional<OpenError> kindError(const struct stat& st) {
+std::optional<Failure> kindFailure(const struct stat& st) {
     if (S_ISREG(st.st_mode)) {
         return std::nullopt;
     }
@@ -33,7 +33,7 @@ std::optional<OpenError> kindError(const struct stat& st) {
                        : S_ISCHR(st.st_mode)  ? "Is a character device"
                        : S_ISBLK(st.st_mode)  ? "Is a block device"
                                               : "Is not a regular file";
-    return OpenError{OpenErrorKind::notARegularFile, what};
+    return Failure{OpenError::notARegularFile, what};
 }
 
 FileStamp stampOf(const struct stat& st) {
@@ -43,40 +43,40 @@ FileStamp stampOf(const struct stat& st) {
 
 } // namespace
 
-OpenResult<FileStamp> checkRegularFile(const std::string& path) {
+Expected<FileStamp> checkRegularFile(const std::string& path) {
     if (path.empty()) {
-        return OpenError{OpenErrorKind::fileNotFound, "Empty path"};
+        return Failure{OpenError::fileNotFound, "Empty path"};
     }
     struct stat st {};
     if (::stat(path.c_str(), &st) != 0) {
-        return errnoError(errno);
+        return errnoFailure(errno);
     }
-    if (auto error = kindError(st)) {
+    if (auto error = kindFailure(st)) {
         return *error;
     }
     return stampOf(st);
 }
 
-OpenResult<int> openRegularFile(const std::string& path) {
+Expected<int> openRegularFile(const std::string& path) {
     auto checked = checkRegularFile(path);
     if (!checked) {
-        return checked.error();
+        return checked.failure();
     }
     const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (fd < 0) {
-        return errnoError(errno);
+        return errnoFailure(errno);
     }
     struct stat st {};
-    std::optional<OpenError> error;
+    std::optional<Failure> error;
     if (::fstat(fd, &st) != 0) {
-        error = errnoError(errno);
+        error = errnoFailure(errno);
     } else {
-        error = kindError(st);
+        error = kindFailure(st);
     }
     if (!error) {
         const int flags = ::fcntl(fd, F_GETFL);
         if (flags < 0 || ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) < 0) {
-            error = errnoError(errno);
+            error = errnoFailure(errno);
         }
     }
     if (error) {

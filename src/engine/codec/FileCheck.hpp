@@ -2,8 +2,9 @@
 
 #include <cstdint>
 #include <string>
+#include <vantelo_sounds/Expected.hpp>
 
-#include "engine/codec/OpenResult.hpp"
+#include "engine/codec/OpenError.hpp"
 
 namespace vantelo_sounds::engine {
 
@@ -17,10 +18,10 @@ struct FileStamp {
 
 /// Checks that `path` names a regular file (following symlinks) without opening it, so that a
 /// FIFO or a device is refused before anything could block on it.
-OpenResult<FileStamp> checkRegularFile(const std::string& path);
+Expected<FileStamp> checkRegularFile(const std::string& path);
 
 /// Opens `path` for reading without blocking (a FIFO swapped in after the check cannot hang
 /// the caller) and checks again, on the descriptor, that it is a regular file. Returns the fd.
-OpenResult<int> openRegularFile(const std::string& path);
+Expected<int> openRegularFile(const std::string& path);
 
 } // namespace vantelo_sounds::engine

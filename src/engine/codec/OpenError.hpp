@@ -1,39 +1,27 @@
 #pragma once
 
-#include <ostream>
-#include <string>
+#include <system_error>
 
 namespace vantelo_sounds::engine {
 
-/// Why a sound file could not be opened.
-enum class OpenErrorKind {
-    fileNotFound,      ///< nothing at the path, or a dangling symlink
+/// Why a sound file could not be opened, or stopped decoding part-way (then corrupt, notReadable
+/// or tooLarge), under the category "vantelo_sounds.OpenError". The failure's detail says more,
+/// often in FFmpeg's own words ("moov atom not found").
+enum class OpenError {
+    fileNotFound = 1,  ///< nothing at the path, or a dangling symlink
     notARegularFile,   ///< a directory, FIFO, device or socket: refused without reading it
-    notReadable,       ///< no permission, a symlink loop, or an I/O error on open
+    notReadable,       ///< no permission, a symlink loop, or an I/O error
     notAudio,          ///< empty, not a media file, or a media file without an audio stream
     unsupportedFormat, ///< a container outside the allow-list (playlists, scripts) or no decoder
     protectedContent,  ///< DRM-protected audio (e.g. an iTunes .m4p)
-    corrupt,           ///< a known container whose header or parameters are broken
-    tooLarge,          ///< the decoded sound alone would exceed the cache's memory budget
+    corrupt,           ///< a known container whose header, parameters or packets are broken
+    tooLarge,          ///< the decoded sound would exceed the cache's memory budget
 };
 
-/// An open failure: its kind and a human-readable detail, often FFmpeg's own words
-/// ("Invalid data found when processing input", "moov atom not found").
-struct OpenError {
-    OpenErrorKind kind;
-    std::string detail;
-};
-
-/// The kind's name as written in code ("notAudio").
-const char* toString(OpenErrorKind kind) noexcept;
-/// "notAudio: Invalid data found when processing input".
-std::string toString(const OpenError& error);
-
-inline std::ostream& operator<<(std::ostream& os, OpenErrorKind kind) {
-    return os << toString(kind);
-}
-inline std::ostream& operator<<(std::ostream& os, const OpenError& error) {
-    return os << toString(error);
-}
+const std::error_category& openErrorCategory() noexcept;
+std::error_code make_error_code(OpenError e) noexcept;
 
 } // namespace vantelo_sounds::engine
+
+template <>
+struct std::is_error_code_enum<vantelo_sounds::engine::OpenError> : std::true_type {};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -8,76 +9,33 @@
 
 #include "engine/codec/Decoder.hpp"
 #include "engine/sound/SoundData.hpp"
+#include "support/OfflineAudio.hpp"
 
 namespace vantelo_sounds::test {
 
-/// A whole file decoded, with the measurements the decoder tests make on it.
+/// A whole file decoded, kept as stereo (a mono sound in both channels) for OfflineAudio's
+/// measurements.
 struct DecodedSound {
     engine::SoundInfo info;
-    int channels = 0;
-    std::vector<float> samples; // interleaved
+    int channels = 0; // as decoded: 1 or 2
+    std::vector<float> stereo;
     bool failed = false;
 
-    std::size_t frames() const {
-        return channels == 0 ? 0 : samples.size() / static_cast<std::size_t>(channels);
-    }
+    std::size_t frames() const { return stereo.size() / 2; }
+    OfflineAudio audio() const { return OfflineAudio(stereo); }
 
-    double rms(int channel, std::size_t from = 0, std::size_t to = SIZE_MAX) const {
-        to = std::min(to, frames());
-        double sum = 0;
-        for (std::size_t i = from; i < to; ++i) {
-            const double v =
-                samples[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(channel)];
-            sum += v * v;
-        }
-        return to > from ? std::sqrt(sum / static_cast<double>(to - from)) : 0.0;
-    }
-
-    /// Frequency from rising zero crossings between `from` and `to` (frames at 48 kHz).
-    double frequency(int channel, std::size_t from = 0, std::size_t to = SIZE_MAX) const {
-        to = std::min(to, frames());
-        std::size_t first = 0;
-        std::size_t last = 0;
-        int crossings = 0;
-        for (std::size_t i = from + 1; i < to; ++i) {
-            const float a = samples[(i - 1) * static_cast<std::size_t>(channels) +
-                                    static_cast<std::size_t>(channel)];
-            const float b =
-                samples[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(channel)];
-            if (a < 0 && b >= 0) {
-                if (crossings == 0) {
-                    first = i;
-                }
-                last = i;
-                ++crossings;
-            }
-        }
-        if (crossings < 2) {
-            return 0;
-        }
-        return (crossings - 1) * static_cast<double>(engine::kMixRate) /
-               static_cast<double>(last - first);
-    }
-
-    /// The largest jump between neighbouring samples: a click or a reset filter shows here.
-    double maxStep(int channel, std::size_t from = 0, std::size_t to = SIZE_MAX) const {
-        to = std::min(to, frames());
+    /// The largest step a loop makes within a few frames either side of its seam, where the
+    /// frame after the last is the first of the next pass.
+    double seamStep() const {
+        const std::size_t n = frames();
         double step = 0;
-        for (std::size_t i = from + 1; i < to; ++i) {
-            const std::size_t c = static_cast<std::size_t>(channel);
-            const auto n = static_cast<std::size_t>(channels);
-            step = std::max(step, double(std::abs(samples[i * n + c] - samples[(i - 1) * n + c])));
+        for (std::size_t i = n - std::min<std::size_t>(n, 8); i < n + 8 && n > 0; ++i) {
+            for (std::size_t c = 0; c < 2; ++c) {
+                step = std::max(
+                    step, double(std::abs(stereo[(i + 1) % n * 2 + c] - stereo[i % n * 2 + c])));
+            }
         }
         return step;
-    }
-
-    bool allFinite() const {
-        for (const float s : samples) {
-            if (!std::isfinite(s)) {
-                return false;
-            }
-        }
-        return true;
     }
 };
 
@@ -86,7 +44,7 @@ inline DecodedSound decodeFile(const std::string& path) {
     DecodedSound sound;
     auto opened = engine::Decoder::open(path);
     if (!opened) {
-        ADD_FAILURE() << path << ": " << opened.error();
+        ADD_FAILURE() << path << ": " << opened.failure().describe();
         return sound;
     }
     engine::Decoder& decoder = *opened.value();
@@ -96,9 +54,13 @@ inline DecodedSound decodeFile(const std::string& path) {
     while (!decoder.atEnd()) {
         decoder.decodeInto(data, 4096);
     }
-    sound.failed = decoder.failed();
-    sound.samples.resize(data.frames() * static_cast<std::size_t>(sound.channels));
-    data.read(0, sound.samples.data(), data.frames());
+    sound.failed = !decoder.outcome().hasValue();
+    std::vector<float> samples(data.frames() * std::size_t(sound.channels));
+    data.read(0, samples.data(), data.frames());
+    for (std::size_t i = 0; i < samples.size(); i += std::size_t(sound.channels)) {
+        sound.stereo.push_back(samples[i]);
+        sound.stereo.push_back(samples[i + std::size_t(sound.channels) - 1]);
+    }
     return sound;
 }
 

@@ -1,10 +1,10 @@
-// Decoding: the format matrix (length, pitch, level, channels), bad files that must be refused
-// with the right reason and without blocking, and odd files that must still play.
+// Decoding: every format at its stated length, looping without a seam, at its pitch and level;
+// bad files refused with their reason; odd and damaged files played as far as they go.
 
-#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <numbers>
+#include <optional>
 #include <random>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/codec/DecodedSound.hpp"
+#include "engine/codec/FfmpegPtr.hpp"
 #include "support/SoundFixtures.hpp"
 
 namespace vantelo_sounds::test {
@@ -19,27 +20,78 @@ namespace {
 
 using engine::AudioFileFormat;
 using engine::Decoder;
-using engine::OpenErrorKind;
-using engine::SoundData;
+using engine::OpenError;
 using BadFile = SoundFixtures::BadFile;
 using WavEncoding = SoundFixtures::WavEncoding;
 
-enum class Source { wav16, wav24, wavFloat, mp3, m4a, flac, ogg };
+constexpr double kSeconds = 0.5; // whole periods of every test tone
+constexpr float kAmplitude = 0.5f;
 
 struct DecodeCase {
-    const char* name;
-    Source source;
+    const char* name; // also the file's name
+    std::string (*make)(SoundFixtures&, const DecodeCase&);
     int rate;
     int channels;
     double hz;
-    /// Allowed difference in length, in source frames (codec delay and padding).
-    int lengthTolerance;
-    /// Allowed relative error of the RMS level.
-    double levelTolerance;
+    bool lossy;
 };
 
-constexpr double kSeconds = 1.0;
-constexpr float kAmplitude = 0.5f;
+// The case's tone through an FFmpeg encoder and muxer of the test's choosing, for what the
+// library never writes (AIFF, CAF, Ogg Opus); "" when this FFmpeg cannot.
+std::string viaFfmpeg(SoundFixtures& f, const DecodeCase& c, const char* muxer,
+                      const char* encoder) {
+    const std::string path = f.path(std::string(c.name) + "." + muxer);
+    AVFormatContext* raw = nullptr;
+    avformat_alloc_output_context2(&raw, nullptr, muxer, path.c_str());
+    const std::unique_ptr<AVFormatContext, decltype([](AVFormatContext* file) {
+                              avio_closep(&file->pb);
+                              avformat_free_context(file);
+                          })>
+        out(raw);
+    const AVCodec* codec = avcodec_find_encoder_by_name(encoder);
+    engine::ffmpeg::CodecContextPtr context(avcodec_alloc_context3(codec));
+    if (!out || !context) {
+        return "";
+    }
+    context->sample_fmt = AV_SAMPLE_FMT_S16;
+    context->sample_rate = c.rate;
+    context->time_base = {1, c.rate};
+    av_channel_layout_default(&context->ch_layout, c.channels);
+    AVStream* stream = avformat_new_stream(out.get(), nullptr);
+    if (avcodec_open2(context.get(), codec, nullptr) < 0 ||
+        avcodec_parameters_from_context(stream->codecpar, context.get()) < 0 ||
+        avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE) < 0 ||
+        avformat_write_header(out.get(), nullptr) < 0) {
+        return "";
+    }
+    engine::ffmpeg::FramePtr frame(av_frame_alloc());
+    engine::ffmpeg::PacketPtr packet(av_packet_alloc());
+    const auto send = [&](const AVFrame* input) {
+        avcodec_send_frame(context.get(), input);
+        while (avcodec_receive_packet(context.get(), packet.get()) == 0) {
+            av_packet_rescale_ts(packet.get(), context->time_base, stream->time_base);
+            av_interleaved_write_frame(out.get(), packet.get());
+        }
+    };
+    const int total = int(kSeconds * c.rate);
+    for (int done = 0, step = context->frame_size > 0 ? context->frame_size : 1024; done < total;
+         done += step) {
+        frame->nb_samples = std::min(step, total - done);
+        frame->format = AV_SAMPLE_FMT_S16;
+        frame->pts = done;
+        av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
+        av_frame_get_buffer(frame.get(), 0);
+        for (int i = 0; i < frame->nb_samples * c.channels; ++i) {
+            const double t = double(done + i / c.channels) / c.rate;
+            reinterpret_cast<std::int16_t*>(frame->data[0])[i] = std::int16_t(
+                std::lround(32767 * kAmplitude * std::sin(2 * std::numbers::pi * c.hz * t)));
+        }
+        send(frame.get());
+        av_frame_unref(frame.get());
+    }
+    send(nullptr);
+    return av_write_trailer(out.get()) == 0 ? path : "";
+}
 
 class DecoderTest : public ::testing::Test {
 protected:
@@ -51,159 +103,139 @@ private:
     static inline std::unique_ptr<SoundFixtures> sFixtures;
 };
 
-class DecodeMatrix : public DecoderTest, public ::testing::WithParamInterface<DecodeCase> {};
+// ---- the format matrix --------------------------------------------------------------------
 
-std::string makeSource(SoundFixtures& f, const DecodeCase& c) {
-    const std::string name = c.name;
-    switch (c.source) {
-    case Source::wav16:
-        return f.tone(name + ".wav", c.hz, kSeconds, c.rate, c.channels, kAmplitude,
-                      WavEncoding::pcm16);
-    case Source::wav24:
-        return f.tone(name + ".wav", c.hz, kSeconds, c.rate, c.channels, kAmplitude,
-                      WavEncoding::pcm24);
-    case Source::wavFloat:
-        return f.tone(name + ".wav", c.hz, kSeconds, c.rate, c.channels, kAmplitude,
-                      WavEncoding::float32);
-    case Source::mp3:
-        return f.encoded(name + ".mp3", AudioFileFormat::mp3, c.hz, kSeconds, c.rate, c.channels);
-    case Source::m4a:
-        return f.encoded(name + ".m4a", AudioFileFormat::m4a, c.hz, kSeconds, c.rate, c.channels);
-    case Source::flac:
-        return f.encoded(name + ".flac", AudioFileFormat::flac, c.hz, kSeconds, c.rate, c.channels);
-    case Source::ogg:
-        return f.encoded(name + ".ogg", AudioFileFormat::ogg, c.hz, kSeconds, c.rate, c.channels);
-    }
-    return "";
+template <WavEncoding encoding>
+std::string wav(SoundFixtures& f, const DecodeCase& c) {
+    return f.tone(std::string(c.name) + ".wav", c.hz, kSeconds, c.rate, c.channels, kAmplitude,
+                  encoding);
+}
+template <AudioFileFormat format>
+std::string written(SoundFixtures& f, const DecodeCase& c) {
+    return f.encoded(std::string(c.name) + "." + engine::extensionFor(format), format, c.hz,
+                     kSeconds, c.rate, c.channels, kAmplitude);
+}
+std::string opus(SoundFixtures& f, const DecodeCase& c) {
+    return viaFfmpeg(f, c, "opus", "libopus");
+}
+std::string aiff(SoundFixtures& f, const DecodeCase& c) {
+    return viaFfmpeg(f, c, "aiff", "pcm_s16be");
+}
+std::string caf(SoundFixtures& f, const DecodeCase& c) {
+    return viaFfmpeg(f, c, "caf", "pcm_s16be");
 }
 
-TEST_P(DecodeMatrix, KeepsLengthPitchLevelAndChannels) {
-    const DecodeCase& c = GetParam();
-    const std::string file = makeSource(fixtures(), c);
-    ASSERT_FALSE(file.empty());
-    const DecodedSound sound = decodeFile(file);
+void PrintTo(const DecodeCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
+class DecodeMatrix : public DecoderTest, public ::testing::WithParamInterface<DecodeCase> {};
+
+// Every format states its exact length (a sample count, an edit list, a granule position, the
+// LAME tag), so the encoder's delay and padding are cut to the frame.
+TEST_P(DecodeMatrix, DecodesToItsStatedLengthAndLoopsWithoutASeam) {
+    const DecodeCase& c = GetParam();
+    const std::string file = c.make(fixtures(), c);
+    ASSERT_FALSE(file.empty()) << "this FFmpeg cannot write " << c.name;
+    const DecodedSound sound = decodeFile(file);
     EXPECT_EQ(sound.info.sourceRate, c.rate);
     EXPECT_EQ(sound.info.sourceChannels, c.channels);
-    ASSERT_EQ(sound.channels, c.channels) << "mono stays mono, stereo stays stereo";
+    EXPECT_EQ(sound.channels, std::min(c.channels, 2)) << "mono stays mono, the rest is stereo";
     EXPECT_FALSE(sound.failed);
+    EXPECT_EQ(sound.frames(), std::size_t(kSeconds * engine::kMixRate));
+    const OfflineAudio audio = sound.audio();
+    EXPECT_TRUE(audio.allFiniteAndInRange());
 
-    const double expectedFrames = kSeconds * engine::kMixRate;
-    const double tolerance = c.lengthTolerance * double(engine::kMixRate) / c.rate + 2;
-    EXPECT_NEAR(double(sound.frames()), expectedFrames, tolerance);
+    // Across the seam the steps are the sine's own, give or take what a lossy codec gets wrong at
+    // the edges, or a resampler whose filter sees silence before the first frame.
+    const double sineStep = 2 * std::numbers::pi * c.hz / engine::kMixRate * kAmplitude;
+    const double edgeError = c.lossy                      ? 0.05 * kAmplitude
+                             : c.rate != engine::kMixRate ? 0.03 * kAmplitude
+                                                          : 0.01 * sineStep;
+    EXPECT_LE(sound.seamStep(), sineStep + edgeError);
 
-    // Measure away from the ends, where codecs fade in and out.
+    // Away from the ends: pitch, level (mono and surround at full level), and no click.
     const std::size_t from = engine::kMixRate / 10;
-    const std::size_t to = sound.frames() - engine::kMixRate / 10;
-    const double expectedRms = kAmplitude / std::sqrt(2.0);
-    for (int channel = 0; channel < sound.channels; ++channel) {
-        EXPECT_NEAR(sound.frequency(channel, from, to), c.hz, c.hz * 0.005)
-            << "channel " << channel;
-        EXPECT_NEAR(sound.rms(channel, from, to), expectedRms, expectedRms * c.levelTolerance)
-            << "channel " << channel << " (mono must keep its full level)";
-        const double sineStep = 2 * std::numbers::pi * c.hz / engine::kMixRate * kAmplitude;
-        EXPECT_LT(sound.maxStep(channel, from, to), sineStep * 1.5) << "channel " << channel;
+    const std::size_t to = sound.frames() - from;
+    const double rms = kAmplitude / std::sqrt(2.0);
+    for (int channel = 0; channel < 2; ++channel) {
+        EXPECT_NEAR(audio.zeroCrossingFrequency(channel, from, to), c.hz, c.hz * 0.01);
+        EXPECT_NEAR(audio.rms(channel, from, to), rms, rms * (c.lossy ? 0.08 : 0.01));
+        EXPECT_LT(audio.maxStep(channel, from, to), sineStep * 1.5);
     }
-    EXPECT_TRUE(sound.allFinite());
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Formats, DecodeMatrix,
-    ::testing::Values(DecodeCase{"wav16_48k_mono", Source::wav16, 48000, 1, 440, 0, 0.01},
-                      DecodeCase{"wav16_44k_stereo", Source::wav16, 44100, 2, 440, 2, 0.01},
-                      DecodeCase{"wav16_22k_mono", Source::wav16, 22050, 1, 1000, 2, 0.01},
-                      DecodeCase{"wav16_96k_stereo", Source::wav16, 96000, 2, 440, 2, 0.01},
-                      DecodeCase{"wav24_44k_mono", Source::wav24, 44100, 1, 440, 2, 0.01},
-                      DecodeCase{"wav24_96k_stereo", Source::wav24, 96000, 2, 1000, 2, 0.01},
-                      DecodeCase{"wavf32_48k_stereo", Source::wavFloat, 48000, 2, 440, 0, 0.01},
-                      DecodeCase{"wavf32_22k_mono", Source::wavFloat, 22050, 1, 440, 2, 0.01},
-                      DecodeCase{"mp3_44k_stereo", Source::mp3, 44100, 2, 440, 2, 0.08},
-                      DecodeCase{"mp3_22k_mono", Source::mp3, 22050, 1, 440, 2, 0.08},
-                      DecodeCase{"m4a_48k_stereo", Source::m4a, 48000, 2, 440, 2, 0.08},
-                      DecodeCase{"m4a_16k_mono", Source::m4a, 16000, 1, 440, 2, 0.08},
-                      DecodeCase{"flac_44k_mono", Source::flac, 44100, 1, 440, 2, 0.01},
-                      DecodeCase{"flac_96k_stereo", Source::flac, 96000, 2, 1000, 2, 0.01},
-                      DecodeCase{"ogg_44k_stereo", Source::ogg, 44100, 2, 440, 512, 0.08},
-                      DecodeCase{"ogg_22k_mono", Source::ogg, 22050, 1, 440, 512, 0.08}),
+    ::testing::Values(
+        DecodeCase{"wav16_48k_mono", wav<WavEncoding::pcm16>, 48000, 1, 440, false},
+        DecodeCase{"wav16_44k_stereo", wav<WavEncoding::pcm16>, 44100, 2, 440, false},
+        DecodeCase{"wav24_96k_stereo", wav<WavEncoding::pcm24>, 96000, 2, 1000, false},
+        DecodeCase{"wavf32_22k_mono", wav<WavEncoding::float32>, 22050, 1, 440, false},
+        DecodeCase{"wav16_48k_surround", wav<WavEncoding::pcm16>, 48000, 6, 440, false},
+        DecodeCase{"flac_44k_mono", written<AudioFileFormat::flac>, 44100, 1, 440, false},
+        DecodeCase{"flac_96k_stereo", written<AudioFileFormat::flac>, 96000, 2, 1000, false},
+        DecodeCase{"aiff_44k_mono", aiff, 44100, 1, 440, false},
+        DecodeCase{"caf_48k_stereo", caf, 48000, 2, 440, false},
+        DecodeCase{"mp3_44k_stereo", written<AudioFileFormat::mp3>, 44100, 2, 440, true},
+        DecodeCase{"mp3_22k_mono", written<AudioFileFormat::mp3>, 22050, 1, 440, true},
+        DecodeCase{"m4a_48k_stereo", written<AudioFileFormat::m4a>, 48000, 2, 440, true},
+        DecodeCase{"m4a_16k_mono", written<AudioFileFormat::m4a>, 16000, 1, 440, true},
+        DecodeCase{"vorbis_48k_mono", written<AudioFileFormat::ogg>, 48000, 1, 440, true},
+        DecodeCase{"vorbis_44k_stereo", written<AudioFileFormat::ogg>, 44100, 2, 440, true},
+        DecodeCase{"vorbis_22k_mono", written<AudioFileFormat::ogg>, 22050, 1, 440, true},
+        DecodeCase{"opus_48k_stereo", opus, 48000, 2, 440, true}),
     [](const auto& param) { return std::string(param.param.name); });
 
-TEST_F(DecoderTest, SurroundIsMixedDownToStereo) {
-    const DecodedSound sound = decodeFile(fixtures().tone("six.wav", 440, 0.5, 48000, 6));
-    EXPECT_EQ(sound.info.sourceChannels, 6);
-    ASSERT_EQ(sound.channels, 2);
-    EXPECT_NEAR(sound.frequency(0), 440, 3);
-    EXPECT_GT(sound.rms(0), 0.1);
-    EXPECT_GT(sound.rms(1), 0.1);
-}
-
-TEST_F(DecoderTest, DecodeIntoStopsAtTheAskedCount) {
+TEST_F(DecoderTest, DecodeIntoHandsOutWhatIsAskedAndStopsAtAFullSound) {
     auto opened = Decoder::open(fixtures().tone("count.wav", 440, 0.5));
-    ASSERT_TRUE(opened.ok()) << opened.error();
+    ASSERT_TRUE(opened) << opened.failure().describe();
     Decoder& decoder = *opened.value();
-    SoundData data(1, engine::kMixRate);
+    engine::SoundData data(1, 20000);
     EXPECT_EQ(decoder.decodeInto(data, 1000), 1000u);
     EXPECT_EQ(decoder.decodeInto(data, 3), 3u);
-    EXPECT_EQ(data.frames(), 1003u);
-    std::size_t total = data.frames();
     while (!decoder.atEnd()) {
-        total += decoder.decodeInto(data, 777);
+        decoder.decodeInto(data, 777);
     }
-    EXPECT_EQ(total, 24000u);
+    EXPECT_EQ(data.frames(), 20000u) << "the sound's own bound";
     EXPECT_EQ(decoder.decodeInto(data, 100), 0u) << "nothing after the end";
-    EXPECT_FALSE(decoder.failed());
-}
-
-TEST_F(DecoderTest, FullOutputEndsTheSoundAsFailed) {
-    auto opened = Decoder::open(fixtures().tone("long.wav", 440, 1.0));
-    ASSERT_TRUE(opened.ok()) << opened.error();
-    Decoder& decoder = *opened.value();
-    SoundData data(1, 10000);
-    while (!decoder.atEnd()) {
-        decoder.decodeInto(data, 4096);
-    }
-    EXPECT_EQ(data.frames(), 10000u);
-    EXPECT_TRUE(decoder.failed());
-    EXPECT_FALSE(decoder.failure().empty());
+    EXPECT_EQ(decoder.outcome().error(), OpenError::tooLarge);
 }
 
 // Random damage anywhere in a file: an error or partial audio, never a crash, hang or NaN.
 TEST_F(DecoderTest, DamagedFilesNeverCrash) {
     std::mt19937 random(20240601);
-    const std::vector<std::string> sources = {
-        fixtures().tone("dmg.wav", 440, 0.5, 44100, 2),
-        fixtures().encoded("dmg.mp3", AudioFileFormat::mp3, 440, 0.5),
-        fixtures().encoded("dmg.m4a", AudioFileFormat::m4a, 440, 0.5),
-        fixtures().encoded("dmg.flac", AudioFileFormat::flac, 440, 0.5),
-        fixtures().encoded("dmg.ogg", AudioFileFormat::ogg, 440, 0.5)};
-    for (const std::string& source : sources) {
+    for (const std::string& source :
+         {fixtures().tone("dmg.wav", 440, 0.5, 44100, 2),
+          fixtures().encoded("dmg.mp3", AudioFileFormat::mp3, 440, 0.5),
+          fixtures().encoded("dmg.m4a", AudioFileFormat::m4a, 440, 0.5),
+          fixtures().encoded("dmg.flac", AudioFileFormat::flac, 440, 0.5),
+          fixtures().encoded("dmg.ogg", AudioFileFormat::ogg, 440, 0.5)}) {
         const std::string original = SoundFixtures::readBytes(source);
-        ASSERT_FALSE(original.empty());
         for (int variant = 0; variant < 40; ++variant) {
+            SCOPED_TRACE(source + " variant " + std::to_string(variant));
             std::string bytes = original;
-            const int damage = 1 + static_cast<int>(random() % 16);
-            for (int i = 0; i < damage; ++i) {
+            for (int i = 0, damage = 1 + int(random() % 16); i < damage; ++i) {
                 bytes[random() % bytes.size()] = static_cast<char>(random() & 0xff);
             }
             if (variant % 4 == 3) {
                 bytes.resize(random() % bytes.size());
             }
-            const std::string file = fixtures().writeBytes("damaged.bin", bytes);
-            auto opened = Decoder::open(file);
+            auto opened = Decoder::open(fixtures().writeBytes("damaged.bin", bytes));
             if (!opened) {
-                EXPECT_FALSE(opened.error().detail.empty());
+                EXPECT_FALSE(opened.failure().detail.empty());
                 continue;
             }
             Decoder& decoder = *opened.value();
-            SoundData data(decoder.info().channels, std::size_t{10} * engine::kMixRate);
+            engine::SoundData data(decoder.info().channels, std::size_t{10} * engine::kMixRate);
             for (int steps = 0; !decoder.atEnd(); ++steps) {
-                ASSERT_LT(steps, 10000) << source << " variant " << variant << " does not end";
+                ASSERT_LT(steps, 10000) << "does not end";
                 decoder.decodeInto(data, 4096);
             }
             std::vector<float> samples(data.frames() * std::size_t(data.channels()));
             data.read(0, samples.data(), data.frames());
-            for (const float v : samples) {
-                ASSERT_TRUE(std::isfinite(v)) << source << " variant " << variant;
-            }
+            ASSERT_TRUE(std::all_of(samples.begin(), samples.end(),
+                                    [](float s) { return std::isfinite(s); }));
         }
     }
 }
@@ -218,108 +250,82 @@ TEST_F(DecoderTest, ShippedAssetsDecode) {
         const DecodedSound sound = decodeFile((assets / name).string());
         EXPECT_NEAR(double(sound.frames()) / engine::kMixRate, seconds, 0.05) << name;
         EXPECT_FALSE(sound.failed) << name;
-        EXPECT_GT(sound.rms(0), 0.005) << name;
+        EXPECT_GT(sound.audio().rms(0), 0.005) << name;
     }
 }
 
-// ---- bad files --------------------------------------------------------------------------
+// ---- unusual files: refused with their reason (a FIFO read would hang), or played ---------
 
-struct BadCase {
+struct UnusualCase {
     const char* name;
     BadFile file;
-    OpenErrorKind kind;
+    std::optional<OpenError> refusal; // none: it plays for [minSeconds, maxSeconds]
+    double minSeconds = 0;
+    double maxSeconds = 0;
 };
 
-class BadFiles : public DecoderTest, public ::testing::WithParamInterface<BadCase> {};
+void PrintTo(const UnusualCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
-TEST_P(BadFiles, AreRefusedWithTheirReasonWithoutBlocking) {
-    const BadCase& c = GetParam();
+class UnusualFiles : public DecoderTest, public ::testing::WithParamInterface<UnusualCase> {};
+
+TEST_P(UnusualFiles, AreRefusedWithTheirReasonOrPlayWhatTheyHold) {
+    const UnusualCase& c = GetParam();
     const std::string file = fixtures().bad(c.file);
-    const auto start = std::chrono::steady_clock::now();
-    auto opened = Decoder::open(file);
-    const auto elapsed = std::chrono::steady_clock::now() - start;
-    ASSERT_FALSE(opened.ok()) << file << " opened as " << opened.value()->info().container;
-    EXPECT_EQ(opened.error().kind, c.kind) << opened.error();
-    EXPECT_FALSE(opened.error().detail.empty());
-    EXPECT_LT(elapsed, std::chrono::seconds(2));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, BadFiles,
-    ::testing::Values(BadCase{"missing", BadFile::missing, OpenErrorKind::fileNotFound},
-                      BadCase{"empty", BadFile::empty, OpenErrorKind::notAudio},
-                      BadCase{"directory", BadFile::directory, OpenErrorKind::notARegularFile},
-                      BadCase{"fifo", BadFile::fifo, OpenErrorKind::notARegularFile},
-                      BadCase{"text", BadFile::text, OpenErrorKind::notAudio},
-                      BadCase{"m4aWithoutMoov", BadFile::truncatedM4a, OpenErrorKind::corrupt},
-                      BadCase{"m4aOnlyFtyp", BadFile::m4aOnlyFtyp, OpenErrorKind::corrupt},
-                      BadCase{"concat", BadFile::concatScript, OpenErrorKind::unsupportedFormat},
-                      BadCase{"hls", BadFile::hlsPlaylist, OpenErrorKind::unsupportedFormat},
-                      BadCase{"rateZero", BadFile::wavRateZero, OpenErrorKind::corrupt},
-                      BadCase{"channels65535", BadFile::wavManyChannels, OpenErrorKind::corrupt},
-                      BadCase{"drm", BadFile::protectedM4p, OpenErrorKind::protectedContent},
-                      BadCase{"danglingLink", BadFile::danglingSymlink,
-                              OpenErrorKind::fileNotFound},
-                      BadCase{"linkLoop", BadFile::symlinkLoop, OpenErrorKind::notReadable}),
-    [](const auto& param) { return std::string(param.param.name); });
-
-TEST_F(DecoderTest, CharacterDeviceIsRefusedWithoutReading) {
-    auto opened = Decoder::open("/dev/zero");
-    ASSERT_FALSE(opened.ok());
-    EXPECT_EQ(opened.error().kind, OpenErrorKind::notARegularFile);
-}
-
-TEST_F(DecoderTest, UnreadableFileIsRefused) {
-    if (::geteuid() == 0) {
-        GTEST_SKIP() << "root reads every file";
+    if (c.refusal) {
+        auto opened = Decoder::open(file);
+        ASSERT_FALSE(opened) << "opened as " << opened.value()->info().container;
+        EXPECT_EQ(opened.error(), *c.refusal) << opened.failure().describe();
+        EXPECT_FALSE(opened.failure().detail.empty());
+        return;
     }
-    const std::string file = fixtures().tone("locked.wav", 440, 0.1);
-    ::chmod(file.c_str(), 0);
-    auto opened = Decoder::open(file);
-    ASSERT_FALSE(opened.ok());
-    EXPECT_EQ(opened.error().kind, OpenErrorKind::notReadable);
-}
-
-// ---- odd files that play ------------------------------------------------------------------
-
-struct PlayableCase {
-    const char* name;
-    BadFile file;
-    double minSeconds;
-    double maxSeconds;
-    const char* container;
-};
-
-class OddFiles : public DecoderTest, public ::testing::WithParamInterface<PlayableCase> {};
-
-TEST_P(OddFiles, PlayWhatTheyHold) {
-    const PlayableCase& c = GetParam();
-    const DecodedSound sound = decodeFile(fixtures().bad(c.file));
-    EXPECT_EQ(sound.info.container, c.container);
-    const double seconds = double(sound.frames()) / engine::kMixRate;
-    EXPECT_GE(seconds, c.minSeconds);
-    EXPECT_LE(seconds, c.maxSeconds);
-    EXPECT_NEAR(sound.frequency(0, 2400, sound.frames() - 2400), 440, 3);
-    EXPECT_TRUE(sound.allFinite());
+    const DecodedSound sound = decodeFile(file);
+    EXPECT_GE(double(sound.frames()) / engine::kMixRate, c.minSeconds);
+    EXPECT_LE(double(sound.frames()) / engine::kMixRate, c.maxSeconds);
+    EXPECT_NEAR(sound.audio().zeroCrossingFrequency(0, 2400, sound.frames() - 2400), 440, 5);
+    EXPECT_TRUE(sound.audio().allFiniteAndInRange());
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Cases, OddFiles,
-    ::testing::Values(PlayableCase{"colonInName", BadFile::colonPath, 0.99, 1.01, "wav"},
-                      PlayableCase{"mp3NamedWav", BadFile::mp3NamedWav, 0.95, 1.05, "mp3"},
-                      PlayableCase{"symlink", BadFile::symlinkToSound, 0.99, 1.01, "wav"},
-                      PlayableCase{"truncatedWav", BadFile::truncatedWav, 0.99, 1.01, "wav"},
-                      PlayableCase{"truncatedMp3", BadFile::truncatedMp3, 0.8, 1.2, "mp3"},
-                      PlayableCase{"truncatedFragmentedM4a", BadFile::truncatedFragmentedM4a, 0.5,
-                                   1.2, "mov,mp4,m4a,3gp,3g2,mj2"}),
+    Cases, UnusualFiles,
+    ::testing::Values(
+        UnusualCase{"missing", BadFile::missing, OpenError::fileNotFound},
+        UnusualCase{"empty", BadFile::empty, OpenError::notAudio},
+        UnusualCase{"directory", BadFile::directory, OpenError::notARegularFile},
+        UnusualCase{"fifo", BadFile::fifo, OpenError::notARegularFile},
+        UnusualCase{"text", BadFile::text, OpenError::notAudio},
+        UnusualCase{"m4aWithoutMoov", BadFile::truncatedM4a, OpenError::corrupt},
+        UnusualCase{"m4aOnlyFtyp", BadFile::m4aOnlyFtyp, OpenError::corrupt},
+        UnusualCase{"concat", BadFile::concatScript, OpenError::unsupportedFormat},
+        UnusualCase{"hls", BadFile::hlsPlaylist, OpenError::unsupportedFormat},
+        UnusualCase{"rateZero", BadFile::wavRateZero, OpenError::corrupt},
+        UnusualCase{"channels65535", BadFile::wavManyChannels, OpenError::corrupt},
+        UnusualCase{"drm", BadFile::protectedM4p, OpenError::protectedContent},
+        UnusualCase{"danglingLink", BadFile::danglingSymlink, OpenError::fileNotFound},
+        UnusualCase{"linkLoop", BadFile::symlinkLoop, OpenError::notReadable},
+        UnusualCase{"colonInName", BadFile::colonPath, {}, 0.99, 1.01},
+        UnusualCase{"mp3NamedWav", BadFile::mp3NamedWav, {}, 0.95, 1.05},
+        UnusualCase{"symlink", BadFile::symlinkToSound, {}, 0.99, 1.01},
+        UnusualCase{"truncatedWav", BadFile::truncatedWav, {}, 0.99, 1.01},
+        UnusualCase{"truncatedMp3", BadFile::truncatedMp3, {}, 0.8, 1.2},
+        UnusualCase{"truncatedFragmentedM4a", BadFile::truncatedFragmentedM4a, {}, 0.5, 1.2}),
     [](const auto& param) { return std::string(param.param.name); });
+
+TEST_F(DecoderTest, DevicesAndUnreadableFilesAreRefused) {
+    EXPECT_EQ(Decoder::open("/dev/zero").error(), OpenError::notARegularFile);
+    if (::geteuid() != 0) { // root reads every file
+        const std::string file = fixtures().tone("locked.wav", 440, 0.1);
+        ::chmod(file.c_str(), 0);
+        EXPECT_EQ(Decoder::open(file).error(), OpenError::notReadable);
+    }
+}
 
 TEST_F(DecoderTest, OddNamesOpenAsLocalFiles) {
     for (const char* name : {"with space.wav", "ünïcødé.wav", "-leading-dash.wav",
                              "concat:looks-like-a-protocol.wav", "file:already-prefixed.wav"}) {
-        const std::string file = fixtures().tone(name, 440, 0.2);
-        auto opened = Decoder::open(file);
-        EXPECT_TRUE(opened.ok()) << name << ": " << (opened ? "" : toString(opened.error()));
+        auto opened = Decoder::open(fixtures().tone(name, 440, 0.2));
+        EXPECT_TRUE(opened) << name << ": " << (opened ? "" : opened.failure().describe());
     }
 }
 
