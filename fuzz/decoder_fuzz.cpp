@@ -15,6 +15,7 @@
 
 namespace {
 
+using vantelo_sounds::Expected;
 using vantelo_sounds::engine::Decoder;
 using vantelo_sounds::engine::kMixRate;
 using vantelo_sounds::engine::SoundData;
@@ -88,8 +89,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const MemoryFile& file = memoryFile();
     replaceContents(file.fd, data, size);
 
-    // The decoder's API in use: Decoder::open(path) -> result with value(); info().channels;
-    // decodeInto(SoundData&, frames); atEnd(); failed(); failure().
     auto opened = Decoder::open(file.path);
     if (!opened) {
         return 0;
@@ -106,10 +105,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             fault("decodeInto gave no frames before the end");
         }
     }
-    if (decoder.failed() == decoder.failure().empty()) {
-        fault("failed() and failure() disagree");
+    const Expected<void>& outcome = decoder.outcome();
+    if (!outcome && !outcome.error()) {
+        fault("a failed outcome without an error code");
     }
-    sound.finish(!decoder.failed());
+    sound.finish(outcome.hasValue());
     if (sound.frames() > kMaxFrames) {
         fault("the sound grew past its frame limit");
     }

@@ -149,6 +149,9 @@ std::string SoundFixtures::bad(BadFile kind) {
     case BadFile::wavRateZero:
         return writeBytes("rate0.wav",
                           WavFile::header(WavFile::kPcm, 1, 0, 16, 4000) + std::string(4000, '\0'));
+    case BadFile::wavRateOneHertz:
+        return writeBytes("rate1.wav", WavFile::header(WavFile::kPcm, 1, 1, 8, 4096) +
+                                           std::string(4096, '\x80'));
     case BadFile::wavManyChannels:
         return writeBytes("channels65535.wav",
                           WavFile::header(WavFile::kPcm, 65535, 48000, 16, 4000) +

@@ -31,6 +31,7 @@ public:
         colonPath,              ///< a good 1 s WAV whose name has a colon ("a:b.wav")
         mp3NamedWav,            ///< good MP3 data in a file named .wav
         wavRateZero,            ///< a WAV header declaring 0 Hz
+        wavRateOneHertz,        ///< an 8-bit WAV at 1 Hz: 4 KB that would resample to 68 minutes
         wavManyChannels,        ///< a WAV header declaring 65535 channels
         wavHugeDataSize,        ///< a WAV declaring 4 GB of samples, holding 28
         m4aOnlyFtyp,            ///< the ftyp box of an M4A and nothing else

@@ -313,7 +313,8 @@ Expected<void> Decoder::Impl::findCodec() {
 
 Expected<void> Decoder::Impl::checkParameters() {
     const AVCodecParameters* params = audio->codecpar;
-    if (params->sample_rate <= 0 || params->sample_rate > Resampler::kMaxSampleRate) {
+    if (params->sample_rate < Resampler::kMinSampleRate ||
+        params->sample_rate > Resampler::kMaxSampleRate) {
         return Failure{OpenError::corrupt,
                        "Invalid sample rate " + std::to_string(params->sample_rate)};
     }

@@ -18,6 +18,9 @@ public:
     /// The most channels and the highest rate a source may have.
     static constexpr int kMaxChannels = 64;
     static constexpr int kMaxSampleRate = 1'536'000;
+    /// No recorded sound is stored below telephone-like rates; a header claiming a few hertz would
+    /// make every input sample tens of thousands of output frames (4 KB at 1 Hz: 68 minutes).
+    static constexpr int kMinSampleRate = 1'000;
 
     /// `channels` is the output's: 1 or 2.
     explicit Resampler(int channels);

@@ -300,6 +300,7 @@ INSTANTIATE_TEST_SUITE_P(
         UnusualCase{"concat", BadFile::concatScript, OpenError::unsupportedFormat},
         UnusualCase{"hls", BadFile::hlsPlaylist, OpenError::unsupportedFormat},
         UnusualCase{"rateZero", BadFile::wavRateZero, OpenError::corrupt},
+        UnusualCase{"rateOneHertz", BadFile::wavRateOneHertz, OpenError::corrupt},
         UnusualCase{"channels65535", BadFile::wavManyChannels, OpenError::corrupt},
         UnusualCase{"drm", BadFile::protectedM4p, OpenError::protectedContent},
         UnusualCase{"danglingLink", BadFile::danglingSymlink, OpenError::fileNotFound},
