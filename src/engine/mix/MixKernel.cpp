@@ -1,5 +1,7 @@
 #include "engine/mix/MixKernel.hpp"
 
+#include <atomic>
+
 namespace vantelo_sounds::engine {
 
 namespace {
@@ -8,26 +10,22 @@ namespace {
 // reliance on the auto-vectoriser's cost model. Loads and stores go through memcpy, so nothing
 // needs to be aligned.
 using F4 = float __attribute__((vector_size(16)));
-using I4 = int __attribute__((vector_size(16)));
 using F8 = float __attribute__((vector_size(32)));
-using I8 = int __attribute__((vector_size(32)));
 
 template <typename V>
 struct Lanes;
 template <>
 struct Lanes<F4> {
-    using Mask = I4;
     static constexpr std::size_t kCount = 4;
-    static constexpr Mask kLow = {0, 0, 1, 1};
-    static constexpr Mask kHigh = {2, 2, 3, 3};
 };
 template <>
 struct Lanes<F8> {
-    using Mask = I8;
     static constexpr std::size_t kCount = 8;
-    static constexpr Mask kLow = {0, 0, 1, 1, 2, 2, 3, 3};
-    static constexpr Mask kHigh = {4, 4, 5, 5, 6, 6, 7, 7};
 };
+
+#if defined(__x86_64__)
+#define VANTELO_MIX_AVX2 1
+#endif
 
 // The plain loops: the scalar variant, and the tails of the vector ones.
 void addMonoScalar(float* out, const float* src, std::size_t frames, float left,
@@ -76,8 +74,15 @@ template <typename V>
         __builtin_memcpy(&s, src + i, sizeof s);
         __builtin_memcpy(&a, out + 2 * i, sizeof a);
         __builtin_memcpy(&b, out + 2 * i + n, sizeof b);
-        a += __builtin_shuffle(s, L::kLow) * gains;
-        b += __builtin_shuffle(s, L::kHigh) * gains;
+        // The first and second half of the mono samples, each spread over left and right. Written
+        // in place (not as helper calls) so that no vector crosses a function boundary.
+        if constexpr (n == 4) {
+            a += __builtin_shufflevector(s, s, 0, 0, 1, 1) * gains;
+            b += __builtin_shufflevector(s, s, 2, 2, 3, 3) * gains;
+        } else {
+            a += __builtin_shufflevector(s, s, 0, 0, 1, 1, 2, 2, 3, 3) * gains;
+            b += __builtin_shufflevector(s, s, 4, 4, 5, 5, 6, 6, 7, 7) * gains;
+        }
         __builtin_memcpy(out + 2 * i, &a, sizeof a);
         __builtin_memcpy(out + 2 * i + n, &b, sizeof b);
     }
@@ -146,10 +151,6 @@ void clampSse(float* samples, std::size_t count) noexcept {
 constexpr MixKernel::Table kScalar{addMonoScalar, addStereoScalar, clampScalar};
 constexpr MixKernel::Table kSse{addMonoSse, addStereoSse, clampSse};
 
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-#define VANTELO_MIX_AVX2 1
-#endif
-
 #ifdef VANTELO_MIX_AVX2
 __attribute__((target("avx2"))) void addMonoAvx2(float* out, const float* src, std::size_t frames,
                                                  float left, float right) noexcept {
@@ -164,43 +165,33 @@ __attribute__((target("avx2"))) void clampAvx2(float* samples, std::size_t count
 }
 
 constexpr MixKernel::Table kAvx2{addMonoAvx2, addStereoAvx2, clampAvx2};
-
-// Function multiversioning: the loader picks the AVX2 body on processors that have it.
-__attribute__((target("default"))) void
-addMonoImpl(float* out, const float* src, std::size_t frames, float left, float right) noexcept {
-    addMonoSse(out, src, frames, left, right);
-}
-__attribute__((target("avx2"))) void addMonoImpl(float* out, const float* src, std::size_t frames,
-                                                 float left, float right) noexcept {
-    addMonoAvx2(out, src, frames, left, right);
-}
-__attribute__((target("default"))) void
-addStereoImpl(float* out, const float* src, std::size_t frames, float left, float right) noexcept {
-    addStereoSse(out, src, frames, left, right);
-}
-__attribute__((target("avx2"))) void addStereoImpl(float* out, const float* src, std::size_t frames,
-                                                   float left, float right) noexcept {
-    addStereoAvx2(out, src, frames, left, right);
-}
-__attribute__((target("default"))) void clampImpl(float* samples, std::size_t count) noexcept {
-    clampSse(samples, count);
-}
-__attribute__((target("avx2"))) void clampImpl(float* samples, std::size_t count) noexcept {
-    clampAvx2(samples, count);
-}
-#else
-void addMonoImpl(float* out, const float* src, std::size_t frames, float left,
-                 float right) noexcept {
-    addMonoSse(out, src, frames, left, right);
-}
-void addStereoImpl(float* out, const float* src, std::size_t frames, float left,
-                   float right) noexcept {
-    addStereoSse(out, src, frames, left, right);
-}
-void clampImpl(float* samples, std::size_t count) noexcept {
-    clampSse(samples, count);
-}
 #endif
+
+bool processorHasAvx2() noexcept {
+#ifdef VANTELO_MIX_AVX2
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
+#else
+    return false;
+#endif
+}
+
+// The best variant, chosen at first use from the processor's features (not by the loader: an
+// ifunc resolver runs before a sanitizer's runtime is ready). Racing first uses all store the same
+// answer, so a relaxed atomic is enough, and the audio thread never waits on a guard.
+std::atomic<const MixKernel::Table*> gBest{nullptr};
+
+const MixKernel::Table& best() noexcept {
+    const MixKernel::Table* table = gBest.load(std::memory_order_relaxed);
+    if (table == nullptr) {
+        table = MixKernel::kernels(MixKernel::Variant::avx2);
+        if (table == nullptr) {
+            table = &kSse;
+        }
+        gBest.store(table, std::memory_order_relaxed);
+    }
+    return *table;
+}
 
 } // namespace
 
@@ -212,7 +203,7 @@ const MixKernel::Table* MixKernel::kernels(Variant variant) noexcept {
         return &kSse;
     case Variant::avx2:
 #ifdef VANTELO_MIX_AVX2
-        return __builtin_cpu_supports("avx2") ? &kAvx2 : nullptr;
+        return processorHasAvx2() ? &kAvx2 : nullptr;
 #else
         return nullptr;
 #endif
@@ -220,18 +211,22 @@ const MixKernel::Table* MixKernel::kernels(Variant variant) noexcept {
     return nullptr;
 }
 
+void MixKernel::prepare() noexcept {
+    best();
+}
+
 void MixKernel::addMono(float* out, const float* src, std::size_t frames, float left,
                         float right) noexcept {
-    addMonoImpl(out, src, frames, left, right);
+    best().addMono(out, src, frames, left, right);
 }
 
 void MixKernel::addStereo(float* out, const float* src, std::size_t frames, float left,
                           float right) noexcept {
-    addStereoImpl(out, src, frames, left, right);
+    best().addStereo(out, src, frames, left, right);
 }
 
 void MixKernel::clampToFullScale(float* samples, std::size_t count) noexcept {
-    clampImpl(samples, count);
+    best().clampToFullScale(samples, count);
 }
 
 } // namespace vantelo_sounds::engine

@@ -6,7 +6,7 @@ namespace vantelo_sounds::engine {
 
 /// The inner loops of the mix: constant-gain multiply-adds into interleaved stereo and the final
 /// clamp. Written with explicit vectors so that they run wide at any optimisation level; on x86-64
-/// an AVX2 version is picked at load time when the processor has it, and the binary stays
+/// an AVX2 version is picked at first use when the processor has it, and the binary stays
 /// portable. Each output sample is computed exactly as the plain scalar loop would (no fused
 /// multiply-add), so results do not depend on the processor.
 struct MixKernel {
@@ -22,6 +22,9 @@ struct MixKernel {
     /// The loops of `variant`, so that each can be checked against the others; null when this
     /// build or this processor lacks it. The functions below use the best one there is.
     static const Table* kernels(Variant variant) noexcept;
+    /// Chooses the variant now (the mixer calls it on the control thread, so that the audio
+    /// thread's first block does not ask the processor). Cheap, and harmless to call again.
+    static void prepare() noexcept;
 
     /// out[2i] += src[i] * left, out[2i + 1] += src[i] * right, for i < frames.
     static void addMono(float* out, const float* src, std::size_t frames, float left,

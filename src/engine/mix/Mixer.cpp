@@ -22,7 +22,9 @@ Mixer::Mixer(std::size_t voices, std::size_t commandCapacity)
     , mCommands(commandCapacity)
     // Each start yields at most one end event and a slot restarts only after its event has been
     // taken, so twice the pool can never overflow.
-    , mEvents(2 * voices + 16) {}
+    , mEvents(2 * voices + 16) {
+    MixKernel::prepare();
+}
 
 Mixer::VoiceState Mixer::voiceState(VoiceHandle voice) const noexcept {
     if (voice.slot >= mVoices.size()) {
