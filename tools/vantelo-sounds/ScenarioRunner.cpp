@@ -276,10 +276,10 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
     // duration: the block playing at time 0 comes first, silence pads a run that ends early.
     const std::uint64_t renderFrames = AudioSystem::frameOfTime(seconds(scenario.duration));
     if (options.realtime && options.renderPath) {
-        std::string error;
-        if (!audio.startRecordingMix(*options.renderPath, error, renderFrames)) {
+        if (const auto started = audio.startRecordingMix(*options.renderPath, renderFrames);
+            !started) {
             std::fprintf(stderr, "%s: cannot write the render: %s\n", options.renderPath->c_str(),
-                         error.c_str());
+                         started.failure().describe().c_str());
             return kExitFailed;
         }
     }
@@ -306,21 +306,20 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
     if (audio.engine().isRecordingMix()) {
         // Cut short by a signal: the file holds what was played up to then, not padded.
         const auto recorded = audio.stopRecordingMix(gStopSignal != 0 ? 0 : renderFrames);
-        if (recorded.droppedFrames > 0) {
+        if (recorded && recorded->droppedFrames > 0) {
             std::fprintf(stderr,
                          "%s: %llu frames of the mix were played but could not be recorded "
                          "(the writer fell behind)\n",
                          options.renderPath->c_str(),
-                         static_cast<unsigned long long>(recorded.droppedFrames));
+                         static_cast<unsigned long long>(recorded->droppedFrames));
         }
-        if (!recorded.ok) {
+        if (!recorded) {
             std::fprintf(stderr, "%s: writing the render failed\n", options.renderPath->c_str());
             return kExitFailed;
         }
     }
     if (engine::ManualOutput* output = audio.engine().manualOutput()) {
-        output->stop(); // completes the WAV file's header
-        if (!output->wavOk()) {
+        if (!output->finishFile()) {
             std::fprintf(stderr, "%s: writing the render failed\n", options.renderPath->c_str());
             return kExitFailed;
         }
