@@ -175,14 +175,18 @@ void perform(const ScenarioStep& step, EventLog& log) {
     }
 }
 
-/// Standard output carries the library's console lines and nothing else; each is also an event.
+/// Standard output carries the library's console lines and nothing else; each is also an event,
+/// written after the sound starts that led to it.
 class ConsoleCapture {
 public:
-    explicit ConsoleCapture(EventLog& log) {
-        Console::shared().setSink([&log](std::string_view line) {
+    ConsoleCapture(EventLog& log, PlaybackEvents* playback) {
+        Console::shared().setSink([&log, playback](std::string_view line) {
             std::fwrite(line.data(), 1, line.size(), stdout);
             std::fputc('\n', stdout);
             std::fflush(stdout);
+            if (playback != nullptr) {
+                playback->consoleLine(line);
+            }
             log.console(now(), line);
         });
     }
@@ -305,9 +309,13 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
                      reason(selected.failure(), path).c_str());
         return kExitFailed;
     }
-    EventLog log;
-    ConsoleCapture console(log);
-    PlaybackEvents playback(log);
+    // Without --events nothing is logged or kept.
+    EventLog log(eventsFile.is_open() ? &eventsFile : nullptr);
+    std::optional<PlaybackEvents> playback;
+    if (log.enabled()) {
+        playback.emplace(log);
+    }
+    ConsoleCapture console(log, playback ? &*playback : nullptr);
     setUpPlatform(scenario);
 
     // In real time the render records what the output plays, from time 0 for the scenario's
@@ -343,12 +351,9 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
     if (!finishRender(options, duration)) {
         return kExitFailed;
     }
-    if (eventsFile.is_open()) {
-        log.write(eventsFile);
-        if (!eventsFile) {
-            std::fprintf(stderr, "%s: writing the events failed\n", options.eventsPath->c_str());
-            return kExitFailed;
-        }
+    if (eventsFile.is_open() && !eventsFile.flush()) {
+        std::fprintf(stderr, "%s: writing the events failed\n", options.eventsPath->c_str());
+        return kExitFailed;
     }
     // Interrupted: the outputs hold what was played; the status says it was cut short.
     return gStopSignal != 0 ? 128 + static_cast<int>(gStopSignal) : kExitOk;
