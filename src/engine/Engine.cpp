@@ -219,9 +219,9 @@ Engine::OutputChange Engine::pollOutput() {
     }
     // Only one output may render the mixer: the null one stops while the device is tried.
     mFallback->stop();
-    if (mOutput->start(mMixer)) {
+    mStartResult = mOutput->start(mMixer);
+    if (mStartResult) {
         mFallback.reset();
-        mStartResult = {};
         return OutputChange::restored;
     }
     (void)mFallback->start(mMixer);
@@ -236,6 +236,20 @@ Expected<void> Engine::startRecordingMix(const std::string& path, std::uint64_t 
         return Expected<void>(OutputError::manualWritesItsOwnFile, path);
     }
     return mTap.open(path, maxFrames);
+}
+
+std::string Engine::startError() const {
+    if (mStartResult) {
+        return {};
+    }
+    const Failure& failure = mStartResult.failure();
+    if (failure.detail.empty()) {
+        return failure.code.message();
+    }
+    if (failure.code.category() == std::generic_category()) {
+        return failure.detail + ": " + failure.code.message();
+    }
+    return failure.detail;
 }
 
 const char* Engine::outputName() const noexcept {

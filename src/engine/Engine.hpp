@@ -115,10 +115,9 @@ public:
     /// Whether the output given to the constructor started (the last time it was tried): a
     /// failure says why it could not.
     const Expected<void>& startResult() const noexcept { return mStartResult; }
-    /// The same in words, for messages (empty when it started).
-    std::string startError() const {
-        return mStartResult ? std::string() : mStartResult.failure().describe();
-    }
+    /// The same in words for a message (empty when it started): "PATH: reason" for a file, the
+    /// device's own words for a device.
+    std::string startError() const;
 
     Mixer& mixer() noexcept { return mMixer; }
 

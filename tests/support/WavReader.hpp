@@ -49,7 +49,9 @@ struct WavFile {
             } else if (bytes.compare(at, 4, "data") == 0) {
                 const std::size_t length = std::min<std::size_t>(size, bytes.size() - body);
                 wav.samples.resize(length / sizeof(float));
-                std::memcpy(wav.samples.data(), bytes.data() + body, wav.samples.size() * 4);
+                if (!wav.samples.empty()) {
+                    std::memcpy(wav.samples.data(), bytes.data() + body, wav.samples.size() * 4);
+                }
             }
             at = body + size + (size & 1u);
         }
