@@ -5,6 +5,7 @@
 
 #include "engine/output/ManualOutput.hpp"
 #include "engine/output/NullOutput.hpp"
+#include "engine/output/OutputError.hpp"
 #include "engine/sound/SoundData.hpp"
 
 namespace vantelo_sounds::engine {
@@ -30,14 +31,11 @@ Engine::Engine(std::unique_ptr<Output> output, std::size_t voices, std::size_t c
         mOutput = std::make_unique<NullOutput>();
     }
     mOutput->setTap(&mTap);
-    if (!mOutput->start(mMixer, mStartError)) {
-        if (mStartError.empty()) {
-            mStartError = "cannot start";
-        }
+    mStartResult = mOutput->start(mMixer);
+    if (!mStartResult) {
         mFallback = std::make_unique<NullOutput>();
         mFallback->setTap(&mTap);
-        std::string ignored;
-        mFallback->start(mMixer, ignored);
+        (void)mFallback->start(mMixer); // the null output always starts
         mNextReopen = std::chrono::steady_clock::now() + mReopenDelay;
     }
 }
@@ -47,7 +45,7 @@ Engine::~Engine() {
         mFallback->stop();
     }
     mOutput->stop();
-    mTap.close();
+    (void)mTap.close();
     // Voices still holding sound data release it here, after no thread renders any more.
 }
 
@@ -210,8 +208,7 @@ Engine::OutputChange Engine::pollOutput() {
         mOutput->stop();
         mFallback = std::make_unique<NullOutput>();
         mFallback->setTap(&mTap);
-        std::string ignored;
-        mFallback->start(mMixer, ignored);
+        (void)mFallback->start(mMixer);
         mReopenDelay = mFirstReopenDelay;
         mNextReopen = std::chrono::steady_clock::now() + mReopenDelay;
         return OutputChange::lost;
@@ -222,27 +219,37 @@ Engine::OutputChange Engine::pollOutput() {
     }
     // Only one output may render the mixer: the null one stops while the device is tried.
     mFallback->stop();
-    std::string error;
-    if (mOutput->start(mMixer, error)) {
+    mStartResult = mOutput->start(mMixer);
+    if (mStartResult) {
         mFallback.reset();
-        mStartError.clear();
         return OutputChange::restored;
     }
-    std::string ignored;
-    mFallback->start(mMixer, ignored);
+    (void)mFallback->start(mMixer);
     mReopenDelay =
         std::min(std::max(mReopenDelay * 2, std::chrono::milliseconds(1)), kMaxReopenDelay);
     mNextReopen = now + mReopenDelay;
     return OutputChange::none;
 }
 
-bool Engine::startRecordingMix(const std::string& path, std::string& error,
-                               std::uint64_t maxFrames) {
+Expected<void> Engine::startRecordingMix(const std::string& path, std::uint64_t maxFrames) {
     if (isManual()) {
-        error = "the manual output writes its own render";
-        return false;
+        return Expected<void>(OutputError::manualWritesItsOwnFile, path);
     }
-    return mTap.open(path, error, maxFrames);
+    return mTap.open(path, maxFrames);
+}
+
+std::string Engine::startError() const {
+    if (mStartResult) {
+        return {};
+    }
+    const Failure& failure = mStartResult.failure();
+    if (failure.detail.empty()) {
+        return failure.code.message();
+    }
+    if (failure.code.category() == std::generic_category()) {
+        return failure.detail + ": " + failure.code.message();
+    }
+    return failure.detail;
 }
 
 const char* Engine::outputName() const noexcept {

@@ -35,7 +35,7 @@ public:
     enum class OutputChange { none, lost, restored };
 
     /// Takes the output and starts it. When it cannot start, the engine falls back to the null
-    /// output and startError() says why.
+    /// output and startResult() says why.
     explicit Engine(std::unique_ptr<Output> output, std::size_t voices = Mixer::kDefaultVoices,
                     std::size_t cacheBytes = std::size_t{256} << 20);
     ~Engine();
@@ -105,19 +105,23 @@ public:
     const char* outputName() const noexcept;
     /// Real time: records the mix the output plays (whichever output renders, across a device
     /// loss) into a 48 kHz stereo float WAV file at `path`, from the next rendered block on,
-    /// keeping at most `maxFrames` frames. False, saying why in `error`, when the file cannot be
-    /// created or the output is the manual one (which writes its own file).
-    bool startRecordingMix(const std::string& path, std::string& error,
-                           std::uint64_t maxFrames = MixTap::kNoLimit);
+    /// keeping at most `maxFrames` frames. Fails with the errno of a file that cannot be created,
+    /// or with OutputError::manualWritesItsOwnFile on the manual output.
+    Expected<void> startRecordingMix(const std::string& path,
+                                     std::uint64_t maxFrames = MixTap::kNoLimit);
     /// Ends the recording: the file gets what is still in flight, silence up to `padToFrames`
-    /// frames, and its completed header. Harmless when not recording.
-    MixTap::Result stopRecordingMix(std::uint64_t padToFrames = 0) noexcept {
+    /// frames, and its completed header. Fails with OutputError::notRecording when not recording.
+    Expected<MixTap::Summary> stopRecordingMix(std::uint64_t padToFrames = 0) {
         return mTap.close(padToFrames);
     }
     bool isRecordingMix() const noexcept { return mTap.isOpen(); }
 
-    /// Why the output given to the constructor could not start (empty when it did).
-    const std::string& startError() const noexcept { return mStartError; }
+    /// Whether the output given to the constructor started (the last time it was tried): a
+    /// failure says why it could not.
+    const Expected<void>& startResult() const noexcept { return mStartResult; }
+    /// The same in words for a message (empty when it started): "PATH: reason" for a file, the
+    /// device's own words for a device.
+    std::string startError() const;
 
     Mixer& mixer() noexcept { return mMixer; }
 
@@ -145,7 +149,7 @@ private:
     std::vector<Slot> mSlots;
     std::size_t mInUse = 0;
     std::size_t mNextSlot = 0;
-    std::string mStartError;
+    Expected<void> mStartResult;
     std::chrono::steady_clock::time_point mNextReopen;
     std::chrono::milliseconds mFirstReopenDelay{1000};
     std::chrono::milliseconds mReopenDelay{1000};

@@ -85,15 +85,15 @@ public:
     bool isVoiceActive(engine::VoiceHandle voice) const noexcept;
 
     /// Real time: records the mix played from the next block on into a 48 kHz stereo float WAV
-    /// file at `path`, keeping at most `maxFrames` frames. False, saying why in `error`, when the
-    /// file cannot be created or the loop is manual (its output writes the render itself).
-    bool startRecordingMix(const std::string& path, std::string& error,
-                           std::uint64_t maxFrames = engine::MixTap::kNoLimit) {
-        return mEngine->startRecordingMix(path, error, maxFrames);
+    /// file at `path`, keeping at most `maxFrames` frames. Fails when the file cannot be created
+    /// or the loop is manual (its output writes the render itself).
+    Expected<void> startRecordingMix(const std::string& path,
+                                     std::uint64_t maxFrames = engine::MixTap::kNoLimit) {
+        return mEngine->startRecordingMix(path, maxFrames);
     }
     /// Completes the recorded file, padded with silence up to `padToFrames` frames; says how
     /// many frames it holds and how many the audio thread had to drop.
-    engine::MixTap::Result stopRecordingMix(std::uint64_t padToFrames = 0) noexcept {
+    Expected<engine::MixTap::Summary> stopRecordingMix(std::uint64_t padToFrames = 0) {
         return mEngine->stopRecordingMix(padToFrames);
     }
 

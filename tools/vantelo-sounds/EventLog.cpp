@@ -31,19 +31,27 @@ void EventLog::setOrigin(Duration origin) {
 }
 
 void EventLog::record(Duration t, std::string_view type, Fields fields) {
+    if (mOut == nullptr) {
+        return;
+    }
     std::lock_guard lock(mMutex);
-    const Duration scenarioTime = std::max(Duration::zero(), t - mOrigin);
+    mLast = std::max(mLast, t - mOrigin);
     Fields object = Fields::object();
-    object["t"] = secondsOf(scenarioTime);
+    object["t"] = secondsOf(mLast);
     object["type"] = type;
     for (auto& [key, value] : fields.items()) {
         object[key] = std::move(value);
     }
-    mEvents.push_back(Event{scenarioTime, std::move(object)});
+    // Console lines and file names may carry bytes that are not UTF-8; they are written with
+    // U+FFFD in their place rather than refused. Each line is flushed, so that a run that is
+    // killed keeps what happened up to then.
+    *mOut << object.dump(-1, ' ', false, Fields::error_handler_t::replace) << std::endl;
 }
 
 void EventLog::console(Duration t, std::string_view line) {
-    record(t, "console", {{"line", line}});
+    if (enabled()) {
+        record(t, "console", {{"line", line}});
+    }
 }
 
 void EventLog::soundStart(Duration t, std::optional<std::int64_t> channel,
@@ -54,22 +62,6 @@ void EventLog::soundStart(Duration t, std::optional<std::int64_t> channel,
 void EventLog::soundEnd(Duration t, std::optional<std::int64_t> channel, const std::string& file,
                         std::string_view reason) {
     record(t, "soundEnd", {{"channel", channelField(channel)}, {"file", file}, {"reason", reason}});
-}
-
-void EventLog::speechStart(Duration t, const std::string& text, const std::string& voice) {
-    record(t, "speechStart", {{"text", text}, {"voice", voice}});
-}
-
-void EventLog::speechEnd(Duration t, const std::string& text, std::string_view reason) {
-    record(t, "speechEnd", {{"text", text}, {"reason", reason}});
-}
-
-void EventLog::recordingStart(Duration t, const std::string& url) {
-    record(t, "recordingStart", {{"url", url}});
-}
-
-void EventLog::recordingEnd(Duration t, const std::string& url) {
-    record(t, "recordingEnd", {{"url", url}});
 }
 
 void EventLog::completion(Duration t, const std::string& tag) {
@@ -97,30 +89,6 @@ void EventLog::permissionCompletion(Duration t, const std::string& tag,
            {{"tag", tag},
             {"granted", granted ? Fields(*granted) : Fields(nullptr)},
             {"error", errorField(error)}});
-}
-
-std::size_t EventLog::size() const {
-    std::lock_guard lock(mMutex);
-    return mEvents.size();
-}
-
-void EventLog::write(std::ostream& out) const {
-    std::vector<const Event*> ordered;
-    {
-        std::lock_guard lock(mMutex);
-        ordered.reserve(mEvents.size());
-        for (const auto& event : mEvents) {
-            ordered.push_back(&event);
-        }
-        std::stable_sort(ordered.begin(), ordered.end(),
-                         [](const Event* a, const Event* b) { return a->t < b->t; });
-        // Console lines and file names may carry bytes that are not UTF-8; they are written
-        // with U+FFFD in their place rather than refused.
-        for (const Event* event : ordered) {
-            out << event->object.dump(-1, ' ', false, Fields::error_handler_t::replace) << '\n';
-        }
-    }
-    out.flush();
 }
 
 } // namespace vantelo_sounds::cli

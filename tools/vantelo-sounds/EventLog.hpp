@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -9,41 +8,41 @@
 #include <string_view>
 #include <system_error>
 #include <vantelo_sounds/platform/Clock.hpp>
-#include <vector>
 
 #include <nlohmann/json.hpp>
 
 namespace vantelo_sounds::cli {
 
-/// The events of one run, written as JSON lines: {"t": seconds, "type": ..., fields...}.
-///
-/// Events come from several sources (console lines, completions, the playback observer) that each
-/// report in time order but may be a few microseconds apart from one another, so the log keeps
-/// them and sorts them by time (stably: equal times keep the order of arrival) when written.
-/// Safe to call from any thread.
+/// The events of one run, written as JSON lines ({"t": seconds, "type": ..., fields...}) to a
+/// stream as they happen, so the order of the lines is the order of cause and effect and nothing
+/// is kept in memory. A time is never written earlier than the line before it: sources that
+/// report a sound's time to the mix frame may be a few microseconds behind the run loop's clock.
+/// Without a stream the log is off and every call costs next to nothing. Safe to call from any
+/// thread.
 class EventLog {
 public:
     using Fields = nlohmann::ordered_json;
+
+    /// Writes each event to `out`, which must outlive the log; nullptr: writes nothing.
+    explicit EventLog(std::ostream* out = nullptr)
+        : mOut(out) {}
+
+    bool enabled() const noexcept { return mOut != nullptr; }
 
     /// The run loop's time at which the scenario starts; events are written relative to it (a
     /// real-time run spends a moment opening the device before its time 0). Times before it
     /// count as 0.
     void setOrigin(Duration origin);
 
-    /// Adds an event of `type` at run-loop time `t`; `fields` is an object of the other fields.
+    /// Writes an event of `type` at run-loop time `t`; `fields` is an object of the other fields.
     void record(Duration t, std::string_view type, Fields fields = Fields::object());
 
     void console(Duration t, std::string_view line);
-    /// A sound began (`channel` absent when the player had no channel).
+    /// A sound began (`channel` absent when the player has no channel).
     void soundStart(Duration t, std::optional<std::int64_t> channel, const std::string& file);
     /// A sound stopped sounding; `reason` is "finished" or "stopped".
     void soundEnd(Duration t, std::optional<std::int64_t> channel, const std::string& file,
                   std::string_view reason);
-    void speechStart(Duration t, const std::string& text, const std::string& voice);
-    /// `reason` is "finished" or "cancelled".
-    void speechEnd(Duration t, const std::string& text, std::string_view reason);
-    void recordingStart(Duration t, const std::string& url);
-    void recordingEnd(Duration t, const std::string& url);
 
     /// A sound's completion ran.
     void completion(Duration t, const std::string& tag);
@@ -56,23 +55,14 @@ public:
                               const std::optional<bool>& granted,
                               const std::optional<std::error_code>& error);
 
-    std::size_t size() const;
-
-    /// Writes every event, one JSON object per line, in time order.
-    void write(std::ostream& out) const;
-
     /// Seconds with microsecond precision, as they appear in "t".
     static double secondsOf(Duration t);
 
 private:
-    struct Event {
-        Duration t;
-        Fields object;
-    };
-
-    mutable std::mutex mMutex;
+    std::mutex mMutex;
+    std::ostream* mOut = nullptr;
     Duration mOrigin{};
-    std::vector<Event> mEvents;
+    Duration mLast{}; // scenario time of the last line written
 };
 
 } // namespace vantelo_sounds::cli

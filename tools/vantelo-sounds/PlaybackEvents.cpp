@@ -2,9 +2,15 @@
 
 #include <vantelo_sounds/VTOSoundsManager.hpp>
 #include <vantelo_sounds/platform/AudioPlayer.hpp>
-#include <vantelo_sounds/platform/RunLoop.hpp>
 
 namespace vantelo_sounds::cli {
+
+namespace {
+
+// The manager prints this line just before it lets go of every player it holds.
+constexpr std::string_view kTableDroppedLine = "No more available audio players";
+
+} // namespace
 
 PlaybackEvents::PlaybackEvents(EventLog& log)
     : mLog(log) {
@@ -12,56 +18,49 @@ PlaybackEvents::PlaybackEvents(EventLog& log)
 }
 
 PlaybackEvents::~PlaybackEvents() {
-    *mAlive = false;
+    writePendingStarts();
     if (playbackObserver() == this) {
         setPlaybackObserver(nullptr);
     }
 }
 
 void PlaybackEvents::playerStarted(const AudioPlayer& player, Duration at) {
-    auto [it, added] = mPlaying.try_emplace(&player);
-    Playing& playing = it->second;
-    if (!added && playing.startWritten) {
-        // Sounding again (resumed after an interruption): the channel is already known.
-        mLog.soundStart(at, playing.channel, playing.file);
+    writePendingStarts();
+    mTableDropped = false;
+    // A player already in the table sounds again (resumed after an interruption): its channel is
+    // known now. A new one is not in the table yet.
+    if (const auto channel = channelOf(player)) {
+        mLog.soundStart(at, channel, player.url().path());
         return;
     }
-    playing.file = player.url().path();
-    playing.startedAt = at;
-    const AudioPlayer* key = &player;
-    std::weak_ptr<bool> alive = mAlive;
-    RunLoop::main().post([this, key, alive] {
-        if (alive.expired()) {
-            return;
-        }
-        // Still in the map means the player has not ended, so it still exists.
-        if (const auto found = mPlaying.find(key); found != mPlaying.end()) {
-            resolveStart(*key, found->second);
-        }
-    });
+    mPending.push_back(PendingStart{&player, player.url().path(), at});
 }
 
 void PlaybackEvents::playerEnded(const AudioPlayer& player, EndReason reason, Duration at) {
-    const auto found = mPlaying.find(&player);
-    std::optional<std::int64_t> channel;
-    std::string file = player.url().path();
-    if (found != mPlaying.end()) {
-        resolveStart(player, found->second);
-        channel = found->second.channel;
-        mPlaying.erase(found);
-    } else {
-        channel = VTOSoundsManager::shared().channelOf(player);
-    }
-    mLog.soundEnd(at, channel, file, reason == EndReason::finished ? "finished" : "stopped");
+    writePendingStarts();
+    mLog.soundEnd(at, channelOf(player), player.url().path(),
+                  reason == EndReason::finished ? "finished" : "stopped");
 }
 
-void PlaybackEvents::resolveStart(const AudioPlayer& player, Playing& playing) {
-    if (playing.startWritten) {
-        return;
+void PlaybackEvents::consoleLine(std::string_view line) {
+    writePendingStarts();
+    if (line == kTableDroppedLine) {
+        mTableDropped = true;
     }
-    playing.channel = VTOSoundsManager::shared().channelOf(player);
-    playing.startWritten = true;
-    mLog.soundStart(playing.startedAt, playing.channel, playing.file);
+}
+
+void PlaybackEvents::writePendingStarts() {
+    for (const PendingStart& start : mPending) {
+        mLog.soundStart(start.at, channelOf(*start.player), start.file);
+    }
+    mPending.clear();
+}
+
+std::optional<std::int64_t> PlaybackEvents::channelOf(const AudioPlayer& player) const {
+    if (mTableDropped) {
+        return std::nullopt;
+    }
+    return VTOSoundsManager::shared().channelOf(player);
 }
 
 } // namespace vantelo_sounds::cli

@@ -1,48 +1,55 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vantelo_sounds/platform/PlaybackObserver.hpp>
+#include <vector>
 
 #include "EventLog.hpp"
 
 namespace vantelo_sounds::cli {
 
-/// Turns players starting and ending into soundStart / soundEnd events with the manager's channel
-/// number. Installed as the process's playback observer for as long as it lives. Used on the run
-/// loop's thread.
+/// Turns players starting and ending into soundStart / soundEnd events that carry the manager's
+/// channel number as it is at that moment. Installed as the process's playback observer for as
+/// long as it lives. Used on the run loop's thread.
 ///
-/// A player starts sounding inside the manager's call, before the manager has put it in its
-/// channel table, so the channel is looked up a moment later, from a callback posted to the run
-/// loop; the event keeps the time at which the sound started.
+/// A new player starts sounding inside the manager's call, before the manager has put it in its
+/// channel table, and the manager prints "Sound is playing in channel N" right after storing it.
+/// So a start waits for the next thing that happens (that console line, as a rule) and is written
+/// just before it, with the channel the table gives then. An end is written at once, with the
+/// channel the table gives at that moment: a player the manager no longer holds (dropped when all
+/// channels were taken) has none.
 class PlaybackEvents final : public PlaybackObserver {
 public:
     explicit PlaybackEvents(EventLog& log);
+    /// Writes a start still waiting and stops observing.
     ~PlaybackEvents() override;
     PlaybackEvents(const PlaybackEvents&) = delete;
     PlaybackEvents& operator=(const PlaybackEvents&) = delete;
 
     void playerStarted(const AudioPlayer& player, Duration at) override;
     void playerEnded(const AudioPlayer& player, EndReason reason, Duration at) override;
+    /// Called just before one of the library's console lines is logged.
+    void consoleLine(std::string_view line);
 
 private:
-    struct Playing {
+    struct PendingStart {
+        const AudioPlayer* player;
         std::string file;
-        Duration startedAt{};
-        std::optional<std::int64_t> channel;
-        bool startWritten = false;
+        Duration at;
     };
 
-    /// Looks the channel up and writes the pending start, once.
-    void resolveStart(const AudioPlayer& player, Playing& playing);
+    void writePendingStarts();
+    std::optional<std::int64_t> channelOf(const AudioPlayer& player) const;
 
     EventLog& mLog;
-    std::unordered_map<const AudioPlayer*, Playing> mPlaying;
-    /// Lets posted callbacks know whether this object still exists.
-    std::shared_ptr<bool> mAlive = std::make_shared<bool>(true);
+    std::vector<PendingStart> mPending;
+    /// Between the manager's "No more available audio players" and the next start, its table is
+    /// being emptied (or is empty): the players that go away then have no channel, and the table
+    /// is not asked while it is being torn down.
+    bool mTableDropped = false;
 };
 
 } // namespace vantelo_sounds::cli

@@ -1,10 +1,13 @@
 #include "ScenarioParser.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <limits>
+#include <span>
 #include <sstream>
 #include <system_error>
 #include <utility>
@@ -19,72 +22,10 @@ namespace {
 using nlohmann::json;
 using Action = ScenarioStep::Action;
 
-/// Thrown inside the checker only; parseText turns it into the result's message.
+/// Thrown inside the checker only; parseText turns it into the result's failure.
 struct Invalid {
     std::string message;
 };
-
-struct FieldRule {
-    std::string_view name;
-    bool required;
-};
-
-/// The fields each step accepts besides `at`, `do` and `comment`, and which of them it needs.
-const std::vector<FieldRule>& stepFields(Action action) {
-    static const std::vector<FieldRule> kSoundOptions{
-        {"pan", false}, {"volume", false}, {"loop", false}, {"queued", false}, {"tag", false}};
-    static const auto kPlay = [] {
-        std::vector<FieldRule> rules{{"file", true}};
-        rules.insert(rules.end(), kSoundOptions.begin(), kSoundOptions.end());
-        return rules;
-    }();
-    static const auto kPlayResource = [] {
-        std::vector<FieldRule> rules{{"name", true}, {"ext", true}};
-        rules.insert(rules.end(), kSoundOptions.begin(), kSoundOptions.end());
-        return rules;
-    }();
-    static const std::vector<FieldRule> kStop{{"file", true}};
-    static const std::vector<FieldRule> kSpeak{{"text", true}, {"tag", false}};
-    static const std::vector<FieldRule> kSpeakBritish{{"text", true}};
-    static const std::vector<FieldRule> kNone{};
-    static const std::vector<FieldRule> kInstructions{{"list", true}};
-    static const std::vector<FieldRule> kInterruption{{"type", true}, {"options", false}};
-    static const std::vector<FieldRule> kTagOnly{{"tag", false}};
-    static const std::vector<FieldRule> kStartRecording{{"maxDuration", true}, {"tag", false}};
-
-    switch (action) {
-    case Action::play:
-        return kPlay;
-    case Action::playResource:
-        return kPlayResource;
-    case Action::stop:
-        return kStop;
-    case Action::speak:
-        return kSpeak;
-    case Action::speakBritish:
-        return kSpeakBritish;
-    case Action::instructions:
-        return kInstructions;
-    case Action::interruption:
-        return kInterruption;
-    case Action::requestPermissions:
-        return kTagOnly;
-    case Action::startRecording:
-        return kStartRecording;
-    case Action::shutup:
-    case Action::stopRecording:
-        break;
-    }
-    return kNone;
-}
-
-constexpr std::string_view kStepCommonFields[] = {"at", "do", "comment"};
-constexpr std::string_view kTopLevelFields[] = {
-    "duration",         "bundle",     "localizations", "voices", "recordPermission",
-    "permissionAnswer", "microphone", "steps",         "comment"};
-constexpr std::string_view kAllActions =
-    "play, playResource, stop, speak, speakBritish, shutup, instructions, interruption, "
-    "requestPermissions, startRecording, stopRecording";
 
 /// A short picture of a JSON value for messages: scalars as written, containers by kind.
 std::string describe(const json& value) {
@@ -112,96 +53,23 @@ std::string formatNumber(double value) {
     return out.str();
 }
 
-std::string joinNames(const std::vector<std::string_view>& names) {
-    std::string joined;
-    for (const auto& name : names) {
-        if (!joined.empty()) {
-            joined += ", ";
-        }
-        joined += name;
-    }
-    return joined;
+const json* find(const json& object, std::string_view key) {
+    const auto it = object.find(key);
+    return it == object.end() ? nullptr : &*it;
 }
 
-class Checker {
+/// Reads one JSON value of each kind a scenario holds, or fails with a message that says where
+/// and what.
+class Values {
 public:
-    Checker(std::string sourceName, std::string folder)
+    Values(std::string sourceName, std::string folder)
         : mSourceName(std::move(sourceName))
         , mFolder(std::move(folder)) {}
 
-    Scenario check(const json& root) {
-        if (!root.is_object()) {
-            fail("", "expected a JSON object at the top level, got " + describe(root));
-        }
-        for (const auto& [key, value] : root.items()) {
-            if (std::find(std::begin(kTopLevelFields), std::end(kTopLevelFields), key) ==
-                std::end(kTopLevelFields)) {
-                fail(key, "unknown field (known: " +
-                              joinNames({std::begin(kTopLevelFields), std::end(kTopLevelFields)}) +
-                              ")");
-            }
-        }
-
-        Scenario scenario;
-        scenario.sourceName = mSourceName;
-        scenario.folder = mFolder;
-        scenario.bundle = mFolder;
-
-        const json* duration = find(root, "duration");
-        if (duration == nullptr) {
-            fail("duration", "missing required field");
-        }
-        scenario.duration = number(*duration, "duration");
-        if (scenario.duration < 0.0 || scenario.duration > ScenarioParser::kMaxDuration) {
-            fail("duration", "expected seconds from 0 to " +
-                                 formatNumber(ScenarioParser::kMaxDuration) + ", got " +
-                                 describe(*duration));
-        }
-        if (const json* bundle = find(root, "bundle")) {
-            scenario.bundle = path(*bundle, "bundle");
-        }
-        if (const json* localizations = find(root, "localizations")) {
-            scenario.localizations = stringMap(*localizations, "localizations");
-        }
-        if (const json* voices = find(root, "voices")) {
-            scenario.voices = stringList(*voices, "voices");
-        }
-        if (const json* permission = find(root, "recordPermission")) {
-            scenario.recordPermission = recordPermission(*permission);
-        }
-        if (const json* answer = find(root, "permissionAnswer")) {
-            const std::string text = string(*answer, "permissionAnswer");
-            if (text != "grant" && text != "refuse") {
-                fail("permissionAnswer",
-                     "expected \"grant\" or \"refuse\", got " + describe(*answer));
-            }
-            scenario.grantPermission = text == "grant";
-        }
-        if (const json* microphone = find(root, "microphone")) {
-            scenario.microphone = microphoneSignal(*microphone);
-        }
-        if (const json* comment = find(root, "comment")) {
-            string(*comment, "comment");
-        }
-        if (const json* steps = find(root, "steps")) {
-            if (!steps->is_array()) {
-                fail("steps", "expected an array of steps, got " + describe(*steps));
-            }
-            for (std::size_t i = 0; i < steps->size(); ++i) {
-                scenario.steps.push_back(step((*steps)[i], i, scenario.duration));
-            }
-        }
-        return scenario;
-    }
+    const std::string& folder() const { return mFolder; }
 
     [[noreturn]] void fail(const std::string& where, const std::string& what) const {
         throw Invalid{mSourceName + ": " + (where.empty() ? "" : where + ": ") + what};
-    }
-
-private:
-    static const json* find(const json& object, std::string_view key) {
-        const auto it = object.find(key);
-        return it == object.end() ? nullptr : &*it;
     }
 
     double number(const json& value, const std::string& where) const {
@@ -217,6 +85,15 @@ private:
         if (std::fabs(result) > static_cast<double>(std::numeric_limits<float>::max())) {
             fail(where,
                  "expected a number within the range of a 32-bit float, got " + describe(value));
+        }
+        return result;
+    }
+
+    double duration(const json& value, const std::string& where) const {
+        const double result = number(value, where);
+        if (result < 0.0 || result > ScenarioParser::kMaxDuration) {
+            fail(where, "expected seconds from 0 to " + formatNumber(ScenarioParser::kMaxDuration) +
+                            ", got " + describe(value));
         }
         return result;
     }
@@ -243,6 +120,7 @@ private:
         return value.get<std::string>();
     }
 
+    /// A file path, made absolute against the scenario's folder.
     std::string path(const json& value, const std::string& where) const {
         const std::string text = string(value, where);
         if (text.empty()) {
@@ -281,8 +159,8 @@ private:
         return result;
     }
 
-    Scenario::RecordPermission recordPermission(const json& value) const {
-        const std::string text = string(value, "recordPermission");
+    Scenario::RecordPermission recordPermission(const json& value, const std::string& where) const {
+        const std::string text = string(value, where);
         if (text == "undetermined") {
             return Scenario::RecordPermission::undetermined;
         }
@@ -292,201 +170,326 @@ private:
         if (text == "granted") {
             return Scenario::RecordPermission::granted;
         }
-        fail("recordPermission",
-             "expected \"undetermined\", \"denied\" or \"granted\", got " + describe(value));
+        fail(where, "expected \"undetermined\", \"denied\" or \"granted\", got " + describe(value));
     }
 
-    MicrophoneSignal microphoneSignal(const json& value) const {
-        const std::string forms =
-            "expected {\"tone\": Hz, \"amplitude\": a}, {\"file\": path} or {\"silence\": true}";
-        if (!value.is_object()) {
-            fail("microphone", forms + ", got " + describe(value));
+    /// True when the user grants the permission.
+    bool permissionAnswer(const json& value, const std::string& where) const {
+        const std::string text = string(value, where);
+        if (text != "grant" && text != "refuse") {
+            fail(where, "expected \"grant\" or \"refuse\", got " + describe(value));
         }
-        const auto only = [&](std::initializer_list<std::string_view> allowed) {
-            for (const auto& [key, field] : value.items()) {
-                if (std::find(allowed.begin(), allowed.end(), key) == allowed.end()) {
-                    fail("microphone." + key, "unknown field here (" + forms + ")");
-                }
-            }
-        };
-        MicrophoneSignal signal;
-        if (const json* tone = find(value, "tone")) {
-            only({"tone", "amplitude"});
-            signal.kind = MicrophoneSignal::Kind::tone;
-            signal.frequency = number(*tone, "microphone.tone");
-            if (signal.frequency <= 0.0 || signal.frequency >= 24000.0) {
-                fail("microphone.tone",
-                     "expected a frequency above 0 and below 24000 Hz, got " + describe(*tone));
-            }
-            signal.amplitude = 0.5;
-            if (const json* amplitude = find(value, "amplitude")) {
-                signal.amplitude = number(*amplitude, "microphone.amplitude");
-                if (signal.amplitude < 0.0 || signal.amplitude > 1.0) {
-                    fail("microphone.amplitude",
-                         "expected a number from 0 to 1, got " + describe(*amplitude));
-                }
-            }
-        } else if (const json* file = find(value, "file")) {
-            only({"file"});
-            signal.kind = MicrophoneSignal::Kind::file;
-            signal.path = path(*file, "microphone.file");
-        } else if (const json* silence = find(value, "silence")) {
-            only({"silence"});
-            if (!boolean(*silence, "microphone.silence")) {
-                fail("microphone.silence", "only {\"silence\": true} is meaningful");
-            }
-        } else {
-            only({});
-            fail("microphone", forms + ", got an empty object");
-        }
-        return signal;
+        return text == "grant";
     }
 
-    ScenarioStep step(const json& value, std::size_t index, double duration) const {
-        const std::string where = "steps[" + std::to_string(index) + "]";
-        if (!value.is_object()) {
-            fail(where, "expected a step object, got " + describe(value));
-        }
-        ScenarioStep result;
-        result.index = index;
-
-        const json* action = find(value, "do");
-        if (action == nullptr) {
-            fail(where + ".do", "missing required field");
-        }
-        const std::string actionText = string(*action, where + ".do");
-        const auto parsedAction = actionFromName(actionText);
-        if (!parsedAction) {
-            fail(where + ".do", "unknown step " + describe(*action) +
-                                    " (known: " + std::string(kAllActions) + ")");
-        }
-        result.action = *parsedAction;
-
-        const auto& rules = stepFields(result.action);
-        for (const auto& [key, field] : value.items()) {
-            const bool common =
-                std::find(std::begin(kStepCommonFields), std::end(kStepCommonFields), key) !=
-                std::end(kStepCommonFields);
-            const bool known =
-                std::any_of(rules.begin(), rules.end(),
-                            [&k = key](const FieldRule& rule) { return rule.name == k; });
-            if (!common && !known) {
-                std::vector<std::string_view> names{std::begin(kStepCommonFields),
-                                                    std::end(kStepCommonFields)};
-                for (const auto& rule : rules) {
-                    names.push_back(rule.name);
-                }
-                fail(where + "." + key, "unknown field for a \"" + actionText +
-                                            "\" step (known: " + joinNames(names) + ")");
-            }
-        }
-
-        const json* at = find(value, "at");
-        if (at == nullptr) {
-            fail(where + ".at", "missing required field");
-        }
-        result.at = number(*at, where + ".at");
-        if (result.at < 0.0) {
-            fail(where + ".at", "expected a time >= 0, got " + describe(*at));
-        }
-        if (result.at > duration) {
-            fail(where + ".at", "the step would run after the scenario ends (duration " +
-                                    formatNumber(duration) + "), got " + describe(*at));
-        }
-        for (const auto& rule : rules) {
-            if (rule.required && find(value, rule.name) == nullptr) {
-                fail(where + "." + std::string(rule.name),
-                     "missing required field for a \"" + actionText + "\" step");
-            }
-        }
-        readFields(value, where, result);
-        return result;
-    }
-
-    /// Reads every field present; the caller has already refused fields the action does not take.
-    void readFields(const json& value, const std::string& where, ScenarioStep& step) const {
-        const auto field = [&](std::string_view name) {
-            return where + "." + std::string(name);
-        };
-        if (const json* v = find(value, "comment")) {
-            string(*v, field("comment"));
-        }
-        if (const json* v = find(value, "file")) {
-            step.file = path(*v, field("file"));
-        }
-        if (const json* v = find(value, "name")) {
-            step.name = string(*v, field("name"));
-        }
-        if (const json* v = find(value, "ext")) {
-            step.ext = string(*v, field("ext"));
-        }
-        if (const json* v = find(value, "pan")) {
-            step.pan = floatNumber(*v, field("pan"));
-        }
-        if (const json* v = find(value, "volume")) {
-            step.volume = floatNumber(*v, field("volume"));
-        }
-        if (const json* v = find(value, "loop")) {
-            step.loop = boolean(*v, field("loop"));
-        }
-        if (const json* v = find(value, "queued")) {
-            step.queued = boolean(*v, field("queued"));
-        }
-        if (const json* v = find(value, "tag")) {
-            step.tag = string(*v, field("tag"));
-        }
-        if (const json* v = find(value, "text")) {
-            step.text = string(*v, field("text"));
-        }
-        if (const json* v = find(value, "list")) {
-            step.list = instructions(*v, field("list"));
-        }
-        if (const json* v = find(value, "type")) {
-            step.type = count(*v, field("type"));
-        }
-        if (const json* v = find(value, "options")) {
-            step.options = count(*v, field("options"));
-        }
-        if (const json* v = find(value, "maxDuration")) {
-            step.maxDuration = number(*v, field("maxDuration"));
-        }
-    }
-
+    MicrophoneSignal microphone(const json& value, const std::string& where) const;
     std::vector<ScenarioStep::Instruction> instructions(const json& value,
-                                                        const std::string& where) const {
-        if (!value.is_array()) {
-            fail(where,
-                 "expected an array of {\"text\": ..., \"clip\": ...}, got " + describe(value));
-        }
-        std::vector<ScenarioStep::Instruction> result;
-        for (std::size_t i = 0; i < value.size(); ++i) {
-            const std::string itemWhere = where + "[" + std::to_string(i) + "]";
-            const json& item = value[i];
-            if (!item.is_object()) {
-                fail(itemWhere, "expected {\"text\": ..., \"clip\": ...}, got " + describe(item));
-            }
-            for (const auto& [key, field] : item.items()) {
-                if (key != "text" && key != "clip") {
-                    fail(itemWhere + "." + key, "unknown field (known: text, clip)");
-                }
-            }
-            const json* text = find(item, "text");
-            if (text == nullptr) {
-                fail(itemWhere + ".text", "missing required field");
-            }
-            ScenarioStep::Instruction instruction;
-            instruction.text = string(*text, itemWhere + ".text");
-            if (const json* clip = find(item, "clip")) {
-                instruction.clip = path(*clip, itemWhere + ".clip");
-            }
-            result.push_back(std::move(instruction));
-        }
-        return result;
-    }
+                                                        const std::string& where) const;
 
+private:
     std::string mSourceName;
     std::string mFolder;
 };
+
+// ---- The field tables -------------------------------------------------------------------------
+// Each record a scenario holds (the file, a step of each kind, an instruction) has one table of
+// the fields it accepts: the name, whether it is required, and how its value is read and where it
+// goes. The same walk over the table refuses unknown fields, reports missing ones and reads the
+// rest; a field that is absent keeps the record's default (ScenarioStep: pan 0, volume 0.75).
+
+template <typename Record>
+struct Field {
+    using Store = void (*)(const Values&, const json& value, const std::string& where, Record&);
+    std::string_view name;
+    bool required;
+    Store store; ///< nullptr: the caller reads it itself
+};
+
+constexpr bool kRequired = true;
+constexpr bool kOptional = false;
+
+template <typename Pointer>
+struct MemberOf;
+template <typename Record, typename T>
+struct MemberOf<T Record::*> {
+    using type = Record;
+};
+
+/// Reads the value with `read` and stores it in `member`.
+template <auto member, auto read>
+void store(const Values& values, const json& value, const std::string& where,
+           typename MemberOf<decltype(member)>::type& record) {
+    record.*member = (values.*read)(value, where);
+}
+
+/// Checks the value with `read` and keeps nothing (comments).
+template <auto read, typename Record>
+void check(const Values& values, const json& value, const std::string& where, Record&) {
+    (void)(values.*read)(value, where);
+}
+
+using FileField = Field<Scenario>;
+using StepField = Field<ScenarioStep>;
+using InstructionField = Field<ScenarioStep::Instruction>;
+
+constexpr std::array kFileFields{
+    FileField{"duration", kRequired, store<&Scenario::duration, &Values::duration>},
+    FileField{"bundle", kOptional, store<&Scenario::bundle, &Values::path>},
+    FileField{"localizations", kOptional, store<&Scenario::localizations, &Values::stringMap>},
+    FileField{"voices", kOptional, store<&Scenario::voices, &Values::stringList>},
+    FileField{"recordPermission", kOptional,
+              store<&Scenario::recordPermission, &Values::recordPermission>},
+    FileField{"permissionAnswer", kOptional,
+              store<&Scenario::grantPermission, &Values::permissionAnswer>},
+    FileField{"microphone", kOptional, store<&Scenario::microphone, &Values::microphone>},
+    FileField{"steps", kOptional, nullptr}, // after the others: a step's time needs the duration
+    FileField{"comment", kOptional, check<&Values::string, Scenario>},
+};
+
+/// The fields of every step, read before those of its kind.
+constexpr std::array kStepCommonFields{
+    StepField{"at", kRequired, nullptr},
+    StepField{"do", kRequired, nullptr},
+    StepField{"comment", kOptional, check<&Values::string, ScenarioStep>},
+};
+
+constexpr StepField kFile{"file", kRequired, store<&ScenarioStep::file, &Values::path>};
+constexpr StepField kText{"text", kRequired, store<&ScenarioStep::text, &Values::string>};
+constexpr StepField kTag{"tag", kOptional, store<&ScenarioStep::tag, &Values::string>};
+constexpr StepField kPan{"pan", kOptional, store<&ScenarioStep::pan, &Values::floatNumber>};
+constexpr StepField kVolume{"volume", kOptional,
+                            store<&ScenarioStep::volume, &Values::floatNumber>};
+constexpr StepField kLoop{"loop", kOptional, store<&ScenarioStep::loop, &Values::boolean>};
+constexpr StepField kQueued{"queued", kOptional, store<&ScenarioStep::queued, &Values::boolean>};
+
+constexpr std::array kPlayFields{kFile, kPan, kVolume, kLoop, kQueued, kTag};
+constexpr std::array kPlayResourceFields{
+    StepField{"name", kRequired, store<&ScenarioStep::name, &Values::string>},
+    StepField{"ext", kRequired, store<&ScenarioStep::ext, &Values::string>},
+    kPan,
+    kVolume,
+    kLoop,
+    kQueued,
+    kTag,
+};
+constexpr std::array kStopFields{kFile};
+constexpr std::array kSpeakFields{kText, kTag};
+constexpr std::array kSpeakBritishFields{kText};
+constexpr std::array kInstructionsFields{
+    StepField{"list", kRequired, store<&ScenarioStep::list, &Values::instructions>},
+};
+constexpr std::array kInterruptionFields{
+    StepField{"type", kRequired, store<&ScenarioStep::type, &Values::count>},
+    StepField{"options", kOptional, store<&ScenarioStep::options, &Values::count>},
+};
+constexpr std::array kTagOnlyFields{kTag};
+constexpr std::array kStartRecordingFields{
+    StepField{"maxDuration", kRequired, store<&ScenarioStep::maxDuration, &Values::number>},
+    kTag,
+};
+
+constexpr std::array kInstructionItemFields{
+    InstructionField{"text", kRequired, store<&ScenarioStep::Instruction::text, &Values::string>},
+    InstructionField{"clip", kOptional, store<&ScenarioStep::Instruction::clip, &Values::path>},
+};
+
+struct StepKind {
+    Action action;
+    std::span<const StepField> fields;
+};
+
+/// The fields of each kind of step besides the common ones; shutup and stopRecording take none.
+constexpr std::array kStepKinds{
+    StepKind{Action::play, kPlayFields},
+    StepKind{Action::playResource, kPlayResourceFields},
+    StepKind{Action::stop, kStopFields},
+    StepKind{Action::speak, kSpeakFields},
+    StepKind{Action::speakBritish, kSpeakBritishFields},
+    StepKind{Action::instructions, kInstructionsFields},
+    StepKind{Action::interruption, kInterruptionFields},
+    StepKind{Action::requestPermissions, kTagOnlyFields},
+    StepKind{Action::startRecording, kStartRecordingFields},
+};
+
+std::span<const StepField> stepFields(Action action) {
+    const auto kind =
+        std::find_if(kStepKinds.begin(), kStepKinds.end(),
+                     [&](const StepKind& candidate) { return candidate.action == action; });
+    return kind == kStepKinds.end() ? std::span<const StepField>() : kind->fields;
+}
+
+constexpr std::string_view kAllActions =
+    "play, playResource, stop, speak, speakBritish, shutup, instructions, interruption, "
+    "requestPermissions, startRecording, stopRecording";
+
+/// Fails on the first member of `object` that none of `tables` names. `prefix` is the object's
+/// place ("steps[2].", empty at the top) and `unknown` what the message calls such a field.
+template <typename Record>
+void refuseUnknownFields(const Values& values, const json& object, const std::string& prefix,
+                         std::initializer_list<std::span<const Field<Record>>> tables,
+                         const std::string& unknown) {
+    const auto known = [&](const std::string& key) {
+        return std::any_of(tables.begin(), tables.end(), [&](const auto& table) {
+            return std::any_of(table.begin(), table.end(),
+                               [&](const auto& field) { return field.name == key; });
+        });
+    };
+    for (const auto& [key, value] : object.items()) {
+        if (known(key)) {
+            continue;
+        }
+        std::string names;
+        for (const auto& table : tables) {
+            for (const auto& field : table) {
+                names += (names.empty() ? "" : ", ") + std::string(field.name);
+            }
+        }
+        values.fail(prefix + key, unknown + " (known: " + names + ")");
+    }
+}
+
+/// Reads the fields of `table` that the caller does not read itself, in the table's order.
+template <typename Record>
+void readFields(const Values& values, const json& object, const std::string& prefix,
+                std::span<const Field<Record>> table, const std::string& missing, Record& record) {
+    for (const auto& field : table) {
+        if (field.store == nullptr) {
+            continue;
+        }
+        const std::string where = prefix + std::string(field.name);
+        if (const json* value = find(object, field.name)) {
+            field.store(values, *value, where, record);
+        } else if (field.required) {
+            values.fail(where, missing);
+        }
+    }
+}
+
+MicrophoneSignal Values::microphone(const json& value, const std::string& where) const {
+    const std::string forms =
+        "expected {\"tone\": Hz, \"amplitude\": a}, {\"file\": path} or {\"silence\": true}";
+    if (!value.is_object()) {
+        fail(where, forms + ", got " + describe(value));
+    }
+    const auto only = [&](std::initializer_list<std::string_view> allowed) {
+        for (const auto& [key, field] : value.items()) {
+            if (std::find(allowed.begin(), allowed.end(), key) == allowed.end()) {
+                fail(where + "." + key, "unknown field here (" + forms + ")");
+            }
+        }
+    };
+    MicrophoneSignal signal;
+    if (const json* tone = find(value, "tone")) {
+        only({"tone", "amplitude"});
+        signal.kind = MicrophoneSignal::Kind::tone;
+        signal.frequency = number(*tone, where + ".tone");
+        if (signal.frequency <= 0.0 || signal.frequency >= 24000.0) {
+            fail(where + ".tone",
+                 "expected a frequency above 0 and below 24000 Hz, got " + describe(*tone));
+        }
+        signal.amplitude = 0.5;
+        if (const json* amplitude = find(value, "amplitude")) {
+            signal.amplitude = number(*amplitude, where + ".amplitude");
+            if (signal.amplitude < 0.0 || signal.amplitude > 1.0) {
+                fail(where + ".amplitude",
+                     "expected a number from 0 to 1, got " + describe(*amplitude));
+            }
+        }
+    } else if (const json* file = find(value, "file")) {
+        only({"file"});
+        signal.kind = MicrophoneSignal::Kind::file;
+        signal.path = path(*file, where + ".file");
+    } else if (const json* silence = find(value, "silence")) {
+        only({"silence"});
+        if (!boolean(*silence, where + ".silence")) {
+            fail(where + ".silence", "only {\"silence\": true} is meaningful");
+        }
+    } else {
+        only({});
+        fail(where, forms + ", got an empty object");
+    }
+    return signal;
+}
+
+std::vector<ScenarioStep::Instruction> Values::instructions(const json& value,
+                                                            const std::string& where) const {
+    if (!value.is_array()) {
+        fail(where, "expected an array of {\"text\": ..., \"clip\": ...}, got " + describe(value));
+    }
+    std::vector<ScenarioStep::Instruction> result(value.size());
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        const std::string itemWhere = where + "[" + std::to_string(i) + "]";
+        if (!value[i].is_object()) {
+            fail(itemWhere, "expected {\"text\": ..., \"clip\": ...}, got " + describe(value[i]));
+        }
+        const std::span<const InstructionField> fields = kInstructionItemFields;
+        refuseUnknownFields(*this, value[i], itemWhere + ".", {fields}, "unknown field");
+        readFields(*this, value[i], itemWhere + ".", fields, "missing required field", result[i]);
+    }
+    return result;
+}
+
+ScenarioStep readStep(const Values& values, const json& value, std::size_t index, double duration) {
+    const std::string where = "steps[" + std::to_string(index) + "]";
+    if (!value.is_object()) {
+        values.fail(where, "expected a step object, got " + describe(value));
+    }
+    ScenarioStep step;
+    step.index = index;
+
+    const json* action = find(value, "do");
+    if (action == nullptr) {
+        values.fail(where + ".do", "missing required field");
+    }
+    const std::string actionText = values.string(*action, where + ".do");
+    const auto parsedAction = actionFromName(actionText);
+    if (!parsedAction) {
+        values.fail(where + ".do", "unknown step " + describe(*action) +
+                                       " (known: " + std::string(kAllActions) + ")");
+    }
+    step.action = *parsedAction;
+    const std::span<const StepField> common = kStepCommonFields;
+    const std::span<const StepField> fields = stepFields(step.action);
+    const std::string kind = "for a \"" + actionText + "\" step";
+    refuseUnknownFields(values, value, where + ".", {common, fields}, "unknown field " + kind);
+
+    const json* at = find(value, "at");
+    if (at == nullptr) {
+        values.fail(where + ".at", "missing required field");
+    }
+    step.at = values.number(*at, where + ".at");
+    if (step.at < 0.0) {
+        values.fail(where + ".at", "expected a time >= 0, got " + describe(*at));
+    }
+    if (step.at > duration) {
+        values.fail(where + ".at", "the step would run after the scenario ends (duration " +
+                                       formatNumber(duration) + "), got " + describe(*at));
+    }
+    readFields(values, value, where + ".", common, "missing required field", step);
+    readFields(values, value, where + ".", fields, "missing required field " + kind, step);
+    return step;
+}
+
+Scenario readScenario(const Values& values, const json& root) {
+    if (!root.is_object()) {
+        values.fail("", "expected a JSON object at the top level, got " + describe(root));
+    }
+    const std::span<const FileField> fields = kFileFields;
+    refuseUnknownFields(values, root, "", {fields}, "unknown field");
+    Scenario scenario;
+    scenario.folder = values.folder();
+    scenario.bundle = values.folder();
+    readFields(values, root, "", fields, "missing required field", scenario);
+    if (const json* steps = find(root, "steps")) {
+        if (!steps->is_array()) {
+            values.fail("steps", "expected an array of steps, got " + describe(*steps));
+        }
+        for (std::size_t i = 0; i < steps->size(); ++i) {
+            scenario.steps.push_back(readStep(values, (*steps)[i], i, scenario.duration));
+        }
+    }
+    return scenario;
+}
 
 /// nlohmann's messages start with an identifier ("[json.exception.parse_error.101] "); the rest
 /// says where and what.
@@ -503,33 +506,33 @@ std::string parseErrorText(const json::exception& error) {
 
 } // namespace
 
-ScenarioParser::Result ScenarioParser::parseFile(const std::string& path) {
-    const auto failure = [&](const std::string& what) {
-        return Result{std::nullopt, path + ": " + what};
+Expected<Scenario> ScenarioParser::parseFile(const std::string& path) {
+    const auto unreadable = [&](const std::string& what) {
+        return Expected<Scenario>(ScenarioError::unreadable, path + ": " + what);
     };
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
     if (error || !std::filesystem::exists(status)) {
-        return failure("cannot read the scenario: no such file");
+        return unreadable("cannot read the scenario: no such file");
     }
     if (!std::filesystem::is_regular_file(status)) {
-        return failure("cannot read the scenario: not a regular file");
+        return unreadable("cannot read the scenario: not a regular file");
     }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        return failure("cannot read the scenario: permission denied or unreadable");
+        return unreadable("cannot read the scenario: permission denied or unreadable");
     }
     std::string text;
     char buffer[65536];
     while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
         text.append(buffer, static_cast<std::size_t>(in.gcount()));
         if (text.size() > kMaxFileSize) {
-            return failure("the scenario is larger than " + std::to_string(kMaxFileSize) +
-                           " bytes");
+            return unreadable("the scenario is larger than " + std::to_string(kMaxFileSize) +
+                              " bytes");
         }
     }
     if (in.bad()) {
-        return failure("cannot read the scenario: read error");
+        return unreadable("cannot read the scenario: read error");
     }
     const auto absolute = std::filesystem::absolute(path, error);
     const std::string folder =
@@ -537,19 +540,21 @@ ScenarioParser::Result ScenarioParser::parseFile(const std::string& path) {
     return parseText(text, path, folder);
 }
 
-ScenarioParser::Result ScenarioParser::parseText(std::string_view text,
-                                                 const std::string& sourceName,
-                                                 const std::string& folder) {
+Expected<Scenario> ScenarioParser::parseText(std::string_view text, const std::string& sourceName,
+                                             const std::string& folder) {
     json root;
     try {
         root = json::parse(text.begin(), text.end());
     } catch (const json::exception& error) { // parse_error, or out_of_range for 1e400
-        return Result{std::nullopt, sourceName + ": invalid JSON: " + parseErrorText(error)};
+        return Expected<Scenario>(ScenarioError::invalidJson,
+                                  sourceName + ": invalid JSON: " + parseErrorText(error));
     }
     try {
-        return Result{Checker(sourceName, folder).check(root), {}};
+        Scenario scenario = readScenario(Values(sourceName, folder), root);
+        scenario.sourceName = sourceName;
+        return scenario;
     } catch (const Invalid& invalid) {
-        return Result{std::nullopt, invalid.message};
+        return Expected<Scenario>(ScenarioError::invalidScenario, invalid.message);
     }
 }
 

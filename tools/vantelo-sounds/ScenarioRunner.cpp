@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <signal.h>
 #include <string>
 #include <vantelo_sounds/PlaySoundSettings.hpp>
@@ -16,6 +17,7 @@
 #include <vantelo_sounds/SoundsPanType.hpp>
 #include <vantelo_sounds/SoundsVolumeType.hpp>
 #include <vantelo_sounds/VTOSoundsManager.hpp>
+#include <vantelo_sounds/platform/AudioOutput.hpp>
 #include <vantelo_sounds/platform/AudioSession.hpp>
 #include <vantelo_sounds/platform/Bundle.hpp>
 #include <vantelo_sounds/platform/Console.hpp>
@@ -26,8 +28,6 @@
 
 #include "EventLog.hpp"
 #include "PlaybackEvents.hpp"
-#include "engine/output/ManualOutput.hpp"
-#include "platform/AudioSystem.hpp"
 
 namespace vantelo_sounds::cli {
 
@@ -175,14 +175,18 @@ void perform(const ScenarioStep& step, EventLog& log) {
     }
 }
 
-/// Standard output carries the library's console lines and nothing else; each is also an event.
+/// Standard output carries the library's console lines and nothing else; each is also an event,
+/// written after the sound starts that led to it.
 class ConsoleCapture {
 public:
-    explicit ConsoleCapture(EventLog& log) {
-        Console::shared().setSink([&log](std::string_view line) {
+    ConsoleCapture(EventLog& log, PlaybackEvents* playback) {
+        Console::shared().setSink([&log, playback](std::string_view line) {
             std::fwrite(line.data(), 1, line.size(), stdout);
             std::fputc('\n', stdout);
             std::fflush(stdout);
+            if (playback != nullptr) {
+                playback->consoleLine(line);
+            }
             log.console(now(), line);
         });
     }
@@ -227,13 +231,52 @@ private:
     struct sigaction mOldTerm {};
 };
 
-OutputConfig outputFor(const RunOptions& options) {
-    if (!options.realtime) {
-        return OutputConfig{OutputConfig::Kind::manual, options.renderPath.value_or("")};
+/// Why a file could not be written, for a line that already starts with its path.
+std::string reason(const Failure& failure, const std::string& path) {
+    return failure.detail.empty() || failure.detail == path ? failure.code.message()
+                                                            : failure.describe();
+}
+
+/// Offline, the render is the offline output's own file. In real time the output is the sound
+/// device when one opens, else the null output (VANTELO_SOUNDS_OUTPUT may say otherwise), and the
+/// render is recorded from what it plays.
+Expected<void> selectOutput(const RunOptions& options) {
+    if (options.realtime) {
+        (void)AudioOutput::selectFromEnvironment(); // a failed device is reported by the platform
+        return {};
     }
-    // The sound device when one opens, else the null output (the platform says which); the
-    // render is recorded from what it plays.
-    return OutputConfig::fromEnvironment();
+    return AudioOutput::select(AudioOutput::Kind::offline, options.renderPath.value_or(""));
+}
+
+/// Completes the render's file: a real-time recording padded to the scenario's duration (not
+/// when a signal cut the run short), or the offline output's file.
+bool finishRender(const RunOptions& options, Duration duration) {
+    if (!options.renderPath) {
+        return true;
+    }
+    const std::string& path = *options.renderPath;
+    if (!options.realtime) {
+        const auto finished = AudioOutput::finishRender();
+        if (!finished) {
+            std::fprintf(stderr, "%s: writing the render failed: %s\n", path.c_str(),
+                         reason(finished.failure(), path).c_str());
+        }
+        return finished.hasValue();
+    }
+    const auto recorded =
+        AudioOutput::stopRecordingMix(gStopSignal != 0 ? Duration::zero() : duration);
+    if (!recorded) {
+        std::fprintf(stderr, "%s: writing the render failed: %s\n", path.c_str(),
+                     reason(recorded.failure(), path).c_str());
+        return false;
+    }
+    if (recorded->droppedFrames > 0) {
+        std::fprintf(stderr,
+                     "%s: %llu frames of the mix were played but could not be recorded "
+                     "(the writer fell behind)\n",
+                     path.c_str(), static_cast<unsigned long long>(recorded->droppedFrames));
+    }
+    return true;
 }
 
 } // namespace
@@ -260,26 +303,29 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
 
     RunLoop& loop = options.realtime ? RunLoop::resetMain(std::make_shared<SteadyClock>())
                                      : RunLoop::resetMainManual();
-    AudioSystem& audio = AudioSystem::reset(outputFor(options));
-    if (!options.realtime && !audio.engine().startError().empty()) {
-        std::fprintf(stderr, "%s: cannot write the render: %s\n",
-                     options.renderPath.value_or("render").c_str(),
-                     audio.engine().startError().c_str());
+    if (const auto selected = selectOutput(options); !selected) {
+        const std::string path = options.renderPath.value_or("render");
+        std::fprintf(stderr, "%s: cannot write the render: %s\n", path.c_str(),
+                     reason(selected.failure(), path).c_str());
         return kExitFailed;
     }
-    EventLog log;
-    ConsoleCapture console(log);
-    PlaybackEvents playback(log);
+    // Without --events nothing is logged or kept.
+    EventLog log(eventsFile.is_open() ? &eventsFile : nullptr);
+    std::optional<PlaybackEvents> playback;
+    if (log.enabled()) {
+        playback.emplace(log);
+    }
+    ConsoleCapture console(log, playback ? &*playback : nullptr);
     setUpPlatform(scenario);
 
     // In real time the render records what the output plays, from time 0 for the scenario's
     // duration: the block playing at time 0 comes first, silence pads a run that ends early.
-    const std::uint64_t renderFrames = AudioSystem::frameOfTime(seconds(scenario.duration));
+    const Duration duration = seconds(scenario.duration);
     if (options.realtime && options.renderPath) {
-        std::string error;
-        if (!audio.startRecordingMix(*options.renderPath, error, renderFrames)) {
+        if (const auto started = AudioOutput::startRecordingMix(*options.renderPath, duration);
+            !started) {
             std::fprintf(stderr, "%s: cannot write the render: %s\n", options.renderPath->c_str(),
-                         error.c_str());
+                         reason(started.failure(), *options.renderPath).c_str());
             return kExitFailed;
         }
     }
@@ -295,42 +341,19 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
         const Duration delay = std::max(Duration::zero(), origin + seconds(step.at) - loop.now());
         loop.scheduleTimer(delay, [&step, &log] { perform(step, log); });
     }
-    const Duration end = origin + seconds(scenario.duration);
     if (options.realtime) {
         StopOnSignal stopOnSignal(loop);
-        loop.runUntil(end);
+        loop.runUntil(origin + duration);
     } else {
-        loop.advanceTo(end);
+        loop.advanceTo(origin + duration);
     }
 
-    if (audio.engine().isRecordingMix()) {
-        // Cut short by a signal: the file holds what was played up to then, not padded.
-        const auto recorded = audio.stopRecordingMix(gStopSignal != 0 ? 0 : renderFrames);
-        if (recorded.droppedFrames > 0) {
-            std::fprintf(stderr,
-                         "%s: %llu frames of the mix were played but could not be recorded "
-                         "(the writer fell behind)\n",
-                         options.renderPath->c_str(),
-                         static_cast<unsigned long long>(recorded.droppedFrames));
-        }
-        if (!recorded.ok) {
-            std::fprintf(stderr, "%s: writing the render failed\n", options.renderPath->c_str());
-            return kExitFailed;
-        }
+    if (!finishRender(options, duration)) {
+        return kExitFailed;
     }
-    if (engine::ManualOutput* output = audio.engine().manualOutput()) {
-        output->stop(); // completes the WAV file's header
-        if (!output->wavOk()) {
-            std::fprintf(stderr, "%s: writing the render failed\n", options.renderPath->c_str());
-            return kExitFailed;
-        }
-    }
-    if (eventsFile.is_open()) {
-        log.write(eventsFile);
-        if (!eventsFile) {
-            std::fprintf(stderr, "%s: writing the events failed\n", options.eventsPath->c_str());
-            return kExitFailed;
-        }
+    if (eventsFile.is_open() && !eventsFile.flush()) {
+        std::fprintf(stderr, "%s: writing the events failed\n", options.eventsPath->c_str());
+        return kExitFailed;
     }
     // Interrupted: the outputs hold what was played; the status says it was cut short.
     return gStopSignal != 0 ? 128 + static_cast<int>(gStopSignal) : kExitOk;

@@ -45,9 +45,9 @@ int main(int argc, char** argv) {
     }
 
     const auto parsed = ScenarioParser::parseFile(scenarioPath);
-    if (!parsed.scenario) {
-        std::fprintf(stderr, "%s\n", parsed.error.c_str());
+    if (!parsed) {
+        std::fprintf(stderr, "%s\n", parsed.failure().detail.c_str());
         return kExitInvalid;
     }
-    return runScenario(*parsed.scenario, options);
+    return runScenario(*parsed, options);
 }

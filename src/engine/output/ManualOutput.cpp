@@ -10,19 +10,19 @@ ManualOutput::ManualOutput(std::string wavPath)
     : mWavPath(std::move(wavPath))
     , mBuffer(kBlockFrames * 2) {}
 
-bool ManualOutput::start(Mixer& mixer, std::string& error) {
-    if (!mWavPath.empty() && !mWav.isOpen() && !mWav.open(mWavPath, error)) {
-        return false;
+Expected<void> ManualOutput::start(Mixer& mixer) {
+    if (!mWavPath.empty() && !mWav.isOpen()) {
+        if (auto opened = mWav.open(mWavPath); !opened) {
+            return opened;
+        }
     }
     mMixer = &mixer;
-    return true;
+    return {};
 }
 
 void ManualOutput::stop() noexcept {
     mMixer = nullptr;
-    if (mWav.isOpen()) {
-        mWavOk = mWav.close() && mWavOk;
-    }
+    (void)mWav.close(); // whoever wants to know how the file ended calls finishFile() first
 }
 
 std::size_t ManualOutput::render(std::size_t frames) {
@@ -32,7 +32,7 @@ std::size_t ManualOutput::render(std::size_t frames) {
     const std::size_t n = std::min(frames, kBlockFrames);
     const std::size_t got = mMixer->renderUntilVoiceEnds(mBuffer.data(), n);
     if (mWav.isOpen()) {
-        mWavOk = mWav.write(mBuffer.data(), got) && mWavOk;
+        mWav.write(mBuffer.data(), got); // a failure is kept by the writer for finishFile()
     }
     if (mCapture != nullptr) {
         mCapture->insert(mCapture->end(), mBuffer.begin(),

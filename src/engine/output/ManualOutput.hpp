@@ -21,7 +21,7 @@ public:
     explicit ManualOutput(std::string wavPath = {});
 
     const char* name() const noexcept override { return "manual"; }
-    bool start(Mixer& mixer, std::string& error) override;
+    Expected<void> start(Mixer& mixer) override;
     void stop() noexcept override;
     bool isManual() const noexcept override { return true; }
 
@@ -31,8 +31,9 @@ public:
 
     /// Appends every rendered frame (interleaved stereo) to `samples` from now on; nullptr stops.
     void setCapture(std::vector<float>* samples) noexcept { mCapture = samples; }
-    /// False once writing the WAV file failed.
-    bool wavOk() const noexcept { return mWavOk; }
+    /// Completes the WAV file now; later frames are still rendered but no longer written. Fails
+    /// with the errno of the first write that failed. Harmless without a file.
+    Expected<void> finishFile() { return mWav.close(); }
 
 private:
     std::string mWavPath;
@@ -40,7 +41,6 @@ private:
     Mixer* mMixer = nullptr;
     std::vector<float> mBuffer;
     std::vector<float>* mCapture = nullptr;
-    bool mWavOk = true;
 };
 
 } // namespace vantelo_sounds::engine

@@ -16,10 +16,10 @@ constexpr std::size_t kChunkFrames = 4096;
 MixTap::MixTap(std::size_t ringFrames)
     : mRingFrames(ringFrames) {}
 
-bool MixTap::open(const std::string& path, std::string& error, std::uint64_t maxFrames) {
-    close();
-    if (!mWriter.open(path, error)) {
-        return false;
+Expected<void> MixTap::open(const std::string& path, std::uint64_t maxFrames) {
+    (void)close();
+    if (auto opened = mWriter.open(path); !opened) {
+        return opened;
     }
     if (!mRing) {
         mRing = std::make_unique<FrameRing>(mRingFrames);
@@ -30,12 +30,12 @@ bool MixTap::open(const std::string& path, std::string& error, std::uint64_t max
     mStopWriter.store(false, std::memory_order_relaxed);
     mWriterThread = std::thread([this] { drain(); });
     mRecording.store(true, std::memory_order_seq_cst);
-    return true;
+    return {};
 }
 
-MixTap::Result MixTap::close(std::uint64_t padToFrames) noexcept {
+Expected<MixTap::Summary> MixTap::close(std::uint64_t padToFrames) {
     if (!mWriterThread.joinable()) {
-        return {};
+        return make_error_code(OutputError::notRecording);
     }
     // After this, a push() either saw the flag down or is still inside: wait for it to leave, so
     // that the writer's last drain sees everything recorded.
@@ -55,11 +55,11 @@ MixTap::Result MixTap::close(std::uint64_t padToFrames) noexcept {
             break;
         }
     }
-    Result result;
-    result.framesWritten = mWriter.framesWritten();
-    result.droppedFrames = mRing->dropped();
-    result.ok = mWriter.close();
-    return result;
+    const Summary summary{mWriter.framesWritten(), mRing->dropped()};
+    if (auto closed = mWriter.close(); !closed) {
+        return closed.failure();
+    }
+    return summary;
 }
 
 void MixTap::push(const float* interleaved, std::size_t frames) noexcept {

@@ -6,9 +6,11 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vantelo_sounds/Expected.hpp>
 
 #include "engine/WavWriter.hpp"
 #include "engine/output/FrameRing.hpp"
+#include "engine/output/OutputError.hpp"
 
 namespace vantelo_sounds::engine {
 
@@ -18,11 +20,10 @@ namespace vantelo_sounds::engine {
 /// file. open() and close() are called on the control thread.
 class MixTap {
 public:
-    /// What a recording ended with.
-    struct Result {
+    /// What a completed recording holds.
+    struct Summary {
         std::uint64_t framesWritten = 0; ///< in the file, padding included
         std::uint64_t droppedFrames = 0; ///< rendered while the ring was full: not in the file
-        bool ok = false;                 ///< the file was opened, written and completed
     };
 
     static constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
@@ -30,17 +31,18 @@ public:
     static constexpr std::size_t kDefaultRingFrames = 96000;
 
     explicit MixTap(std::size_t ringFrames = kDefaultRingFrames);
-    ~MixTap() { close(); }
+    ~MixTap() { (void)close(); }
     MixTap(const MixTap&) = delete;
     MixTap& operator=(const MixTap&) = delete;
 
     /// Creates `path` and records from the next push() on. At most `maxFrames` frames are kept;
-    /// later ones are discarded. Closes a recording in progress first. On failure returns false
-    /// and says why in `error`.
-    bool open(const std::string& path, std::string& error, std::uint64_t maxFrames = kNoLimit);
+    /// later ones are discarded. Closes a recording in progress first. Fails with the errno of
+    /// the file that could not be created.
+    Expected<void> open(const std::string& path, std::uint64_t maxFrames = kNoLimit);
     /// Stops recording, writes what is left in the ring, pads the file with silence up to
-    /// `padToFrames` frames and completes its header. Safe to call when not recording.
-    Result close(std::uint64_t padToFrames = 0) noexcept;
+    /// `padToFrames` frames and completes its header. Fails with OutputError::notRecording when
+    /// not recording, or with the errno of a write that failed.
+    Expected<Summary> close(std::uint64_t padToFrames = 0);
     bool isOpen() const noexcept { return mWriterThread.joinable(); }
 
     /// Audio thread: copies `frames` interleaved stereo frames in when recording. Never blocks,

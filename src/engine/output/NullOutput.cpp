@@ -2,9 +2,9 @@
 
 namespace vantelo_sounds::engine {
 
-bool NullOutput::start(Mixer& mixer, std::string& /*error*/) {
+Expected<void> NullOutput::start(Mixer& mixer) {
     mThread.start(mixer, true, nullptr, mTap);
-    return true;
+    return {};
 }
 
 } // namespace vantelo_sounds::engine

@@ -10,7 +10,7 @@ namespace vantelo_sounds::engine {
 class NullOutput final : public Output {
 public:
     const char* name() const noexcept override { return "null"; }
-    bool start(Mixer& mixer, std::string& error) override;
+    Expected<void> start(Mixer& mixer) override;
     void stop() noexcept override { mThread.stop(); }
 
 private:

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vantelo_sounds/Expected.hpp>
 
 namespace vantelo_sounds::engine {
 
@@ -17,8 +18,8 @@ public:
 
     /// A short name for messages: "sdl", "null", "wav", "manual".
     virtual const char* name() const noexcept = 0;
-    /// Begins rendering `mixer`. On failure returns false and says why in `error`.
-    virtual bool start(Mixer& mixer, std::string& error) = 0;
+    /// Begins rendering `mixer`, or says why it cannot (an OutputError, or the errno of a file).
+    virtual Expected<void> start(Mixer& mixer) = 0;
     /// Stops rendering; when it returns, the mixer is no longer called. Safe to call twice.
     virtual void stop() noexcept = 0;
     /// True when the output renders only on request (no thread, no device).

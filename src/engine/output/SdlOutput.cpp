@@ -4,6 +4,7 @@
 
 #include "engine/mix/Mixer.hpp"
 #include "engine/output/MixTap.hpp"
+#include "engine/output/OutputError.hpp"
 #include "engine/sound/SoundData.hpp"
 
 namespace vantelo_sounds::engine {
@@ -63,12 +64,11 @@ SdlOutput::~SdlOutput() {
     stop();
 }
 
-bool SdlOutput::start(Mixer& mixer, std::string& error) {
+Expected<void> SdlOutput::start(Mixer& mixer) {
     stop();
     auto device = std::make_unique<Device>();
     if (!device->subsystem.ok) {
-        error = SDL_GetError();
-        return false;
+        return Expected<void>(OutputError::deviceUnavailable, SDL_GetError());
     }
     SDL_AudioSpec want{};
     want.freq = kMixRate;
@@ -81,12 +81,11 @@ bool SdlOutput::start(Mixer& mixer, std::string& error) {
     SDL_AudioSpec have{};
     device->id = SDL_OpenAudioDevice(nullptr, 0, &want, &have, 0);
     if (device->id == 0) {
-        error = SDL_GetError();
-        return false;
+        return Expected<void>(OutputError::deviceUnavailable, SDL_GetError());
     }
     SDL_PauseAudioDevice(device->id, 0);
     mDevice = std::move(device);
-    return true;
+    return {};
 }
 
 void SdlOutput::stop() noexcept {

@@ -17,7 +17,7 @@ public:
     ~SdlOutput() override;
 
     const char* name() const noexcept override { return "sdl"; }
-    bool start(Mixer& mixer, std::string& error) override;
+    Expected<void> start(Mixer& mixer) override;
     void stop() noexcept override;
     bool canBeLost() const noexcept override { return true; }
     /// The device was removed (unplugged, server gone): SDL stopped it.

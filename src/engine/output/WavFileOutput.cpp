@@ -6,17 +6,19 @@ WavFileOutput::WavFileOutput(std::string path, bool realTime)
     : mPath(std::move(path))
     , mRealTime(realTime) {}
 
-bool WavFileOutput::start(Mixer& mixer, std::string& error) {
-    if (!mWriter.isOpen() && !mWriter.open(mPath, error)) {
-        return false;
+Expected<void> WavFileOutput::start(Mixer& mixer) {
+    if (!mWriter.isOpen()) {
+        if (auto opened = mWriter.open(mPath); !opened) {
+            return opened;
+        }
     }
     mThread.start(mixer, mRealTime, &mWriter, mTap);
-    return true;
+    return {};
 }
 
 void WavFileOutput::stop() noexcept {
     mThread.stop();
-    mWriter.close();
+    (void)mWriter.close(); // a real-time output has nobody to tell; the file holds what it could
 }
 
 } // namespace vantelo_sounds::engine

@@ -10,14 +10,14 @@ namespace vantelo_sounds::engine {
 
 /// Writes the mix to a WAV file (48 kHz, stereo, 32-bit float) on its own thread: in real time,
 /// like a device, or as fast as it can while something plays (the silence between sounds is then
-/// left out). The file's header is completed by stop().
+/// left out). The header is kept true as the file grows and completed by stop().
 class WavFileOutput final : public Output {
 public:
     WavFileOutput(std::string path, bool realTime);
     ~WavFileOutput() override { stop(); }
 
     const char* name() const noexcept override { return "wav"; }
-    bool start(Mixer& mixer, std::string& error) override;
+    Expected<void> start(Mixer& mixer) override;
     void stop() noexcept override;
 
 private:
