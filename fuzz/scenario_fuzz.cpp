@@ -64,17 +64,15 @@ void checkError(const std::string& error) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    // The parser's API in use: ScenarioParser::parseText(text, sourceName, folder) -> Result
-    // with `scenario` (optional) and `error` (string).
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     const auto result = ScenarioParser::parseText(text, kSourceName, kFolder);
-    if (result.scenario.has_value() == !result.error.empty()) {
-        fault("a result must be either a scenario or an error");
-    }
-    if (result.scenario) {
-        checkScenario(*result.scenario);
+    if (result) {
+        checkScenario(result.value());
     } else {
-        checkError(result.error);
+        if (!result.error()) {
+            fault("a refusal without an error code");
+        }
+        checkError(result.failure().detail);
     }
     return 0;
 }

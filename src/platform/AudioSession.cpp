@@ -225,10 +225,6 @@ void AudioSession::setPermissionPrompt(std::function<bool()> prompt) {
     mPrompt = std::move(prompt);
 }
 
-void AudioSession::setRecordPermissionForTesting(RecordPermission permission) {
-    simulation::setRecordPermission(permission);
-}
-
 void AudioSession::reloadRecordPermission() {
     std::lock_guard lock(mMutex);
     mPermission.reset();

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cctype>
-#include <vantelo_sounds/platform/Simulation.hpp>
 #include <vantelo_sounds/platform/SpeechSynthesisVoice.hpp>
 
 #include "engine/speech/EspeakLibrary.hpp"
@@ -45,11 +44,6 @@ SpeechSynthesisVoice::voiceWithLanguage(const std::string& code) {
         return std::make_shared<const SpeechSynthesisVoice>(code, code, code);
     }
     return nullptr;
-}
-
-void SpeechSynthesisVoice::setAvailableLanguagesForTesting(
-    std::optional<std::vector<std::string>> codes) {
-    simulation::setAvailableLanguages(std::move(codes));
 }
 
 } // namespace vantelo_sounds

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "support/ManagerFixture.hpp"
+#include "support/NamedCase.hpp"
 
 namespace vantelo_sounds::test {
 namespace {
 
-struct BadCase {
-    const char* name;
+struct BadCase : NamedCase {
     SoundFixtures::BadFile kind;
     int code; // AudioPlayerError
 };
@@ -57,10 +57,9 @@ INSTANTIATE_TEST_SUITE_P(
                       BadCase{"wavRateZero", SoundFixtures::BadFile::wavRateZero, 7},
                       BadCase{"protectedM4p", SoundFixtures::BadFile::protectedM4p, 6},
                       BadCase{"danglingSymlink", SoundFixtures::BadFile::danglingSymlink, 1}),
-    [](const auto& p) { return std::string(p.param.name); });
+    CaseName());
 
-struct OddCase {
-    const char* name;
+struct OddCase : NamedCase {
     SoundFixtures::BadFile kind;
 };
 
@@ -87,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
                       OddCase{"colonPath", SoundFixtures::BadFile::colonPath},
                       OddCase{"mp3NamedWav", SoundFixtures::BadFile::mp3NamedWav},
                       OddCase{"symlinkToSound", SoundFixtures::BadFile::symlinkToSound}),
-    [](const auto& p) { return std::string(p.param.name); });
+    CaseName());
 
 } // namespace
 } // namespace vantelo_sounds::test

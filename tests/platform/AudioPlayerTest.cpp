@@ -18,6 +18,7 @@
 
 #include "engine/output/ManualOutput.hpp"
 #include "platform/AudioSystem.hpp"
+#include "support/NamedCase.hpp"
 #include "support/OfflineAudio.hpp"
 #include "support/SoundFixtures.hpp"
 
@@ -191,7 +192,7 @@ TEST_F(AudioPlayerTest, PauseKeepsThePositionAndPlayResumes) {
               frameAt(1.2) + frameAt(0.3) - 240);
 }
 
-struct LoopCase {
+struct LoopCase : test::NamedCase {
     long loops;
     double endsAt; // seconds; negative: still playing at 5 s
 };
@@ -218,8 +219,11 @@ TEST_P(AudioPlayerLoopTest, PlaysLoopsPlusOnePasses) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Loops, AudioPlayerLoopTest,
-                         ::testing::Values(LoopCase{0, 0.5}, LoopCase{1, 1.0}, LoopCase{3, 2.0},
-                                           LoopCase{-1, -1.0}, LoopCase{-7, -1.0}));
+                         ::testing::Values(LoopCase{"Once", 0, 0.5}, LoopCase{"Twice", 1, 1.0},
+                                           LoopCase{"FourTimes", 3, 2.0},
+                                           LoopCase{"Forever", -1, -1.0},
+                                           LoopCase{"AnyNegativeCountIsForever", -7, -1.0}),
+                         test::CaseName());
 
 TEST_F(AudioPlayerTest, TheNextSoundStartedFromTheCallbackBeginsOnTheFrameTheFirstEnded) {
     auto first = player(tone(0.3, 1000.0));
@@ -335,36 +339,6 @@ TEST_F(AudioPlayerTest, NonFinitePanAndVolumeAreReportedAsGivenAndPlayHarmlessly
     EXPECT_TRUE(OfflineAudio(mSamples).allFiniteAndInRange());
     EXPECT_EQ(mDelegate.finishes.size(), 1u);
 }
-
-struct CreateErrorCase {
-    const char* name;
-    SoundFixtures::BadFile file;
-    AudioPlayerError expected;
-};
-
-class AudioPlayerCreateErrorTest : public AudioPlayerTest,
-                                   public ::testing::WithParamInterface<CreateErrorCase> {};
-
-TEST_P(AudioPlayerCreateErrorTest, SaysWhy) {
-    const auto created =
-        AudioPlayer::create(FileURL::fileURLWithPath(mFixtures.bad(GetParam().file)));
-    ASSERT_FALSE(created);
-    EXPECT_EQ(created.error(), make_error_code(GetParam().expected));
-    EXPECT_STREQ(created.error().category().name(), "vantelo_sounds.AudioPlayerError");
-    EXPECT_FALSE(created.error().message().empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    BadFiles, AudioPlayerCreateErrorTest,
-    ::testing::Values(
-        CreateErrorCase{"missing", SoundFixtures::BadFile::missing, AudioPlayerError::fileNotFound},
-        CreateErrorCase{"directory", SoundFixtures::BadFile::directory,
-                        AudioPlayerError::notARegularFile},
-        CreateErrorCase{"fifo", SoundFixtures::BadFile::fifo, AudioPlayerError::notARegularFile},
-        CreateErrorCase{"text", SoundFixtures::BadFile::text, AudioPlayerError::notAudio},
-        CreateErrorCase{"playlist", SoundFixtures::BadFile::hlsPlaylist,
-                        AudioPlayerError::unsupportedFormat}),
-    [](const auto& param) { return std::string(param.param.name); });
 
 TEST_F(AudioPlayerTest, AnEmptyURLIsNotAFileURL) {
     const auto created = AudioPlayer::create(FileURL());

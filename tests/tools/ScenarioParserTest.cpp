@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/NamedCase.hpp"
+
 namespace vantelo_sounds::cli {
 namespace {
 
@@ -25,8 +27,7 @@ std::string file(const std::string& fields) {
     return R"({"duration": 1, )" + fields + "}";
 }
 
-struct InvalidCase {
-    const char* name;
+struct InvalidCase : vantelo_sounds::test::NamedCase {
     std::string text;
     const char* where; ///< the part of the message that says where: "steps[1].volume"
     const char* what;  ///< a phrase the message must carry
@@ -101,6 +102,7 @@ const std::vector<InvalidCase> kInvalidCases{
     {"VoicesNotStrings", file(R"("voices": ["en-GB", 5])"), "voices[1]", "expected a string"},
     {"LocalizationNotString", file(R"("localizations": {"en-GB": 1})"), "localizations.en-GB",
      "expected a string"},
+    {"FieldNameWithANewline", R"({"duration": 1, "two\nlines": 0})", "two\\nlines", "unknown"},
     {"LongValueShortened",
      step("play", R"("file": "a.wav", "volume": ")" + std::string(500, 'x') + "\""),
      "steps[1].volume", "..."},

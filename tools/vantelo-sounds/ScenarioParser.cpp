@@ -69,7 +69,30 @@ public:
     const std::string& folder() const { return mFolder; }
 
     [[noreturn]] void fail(const std::string& where, const std::string& what) const {
-        throw Invalid{mSourceName + ": " + (where.empty() ? "" : where + ": ") + what};
+        throw Invalid{oneLine(mSourceName + ": " + (where.empty() ? "" : where + ": ") + what)};
+    }
+
+    /// A message is one line, whatever names the file holds: control characters (a field named
+    /// "two\nlines", terminal escapes) are written as \n, \t or \xHH.
+    static std::string oneLine(const std::string& text) {
+        std::string line;
+        line.reserve(text.size());
+        for (const char c : text) {
+            const auto byte = static_cast<unsigned char>(c);
+            if (c == '\n') {
+                line += "\\n";
+            } else if (c == '\t') {
+                line += "\\t";
+            } else if (byte < 0x20 || byte == 0x7f) {
+                static constexpr char kHex[] = "0123456789abcdef";
+                line += "\\x";
+                line += kHex[byte >> 4];
+                line += kHex[byte & 0xf];
+            } else {
+                line += c;
+            }
+        }
+        return line;
     }
 
     double number(const json& value, const std::string& where) const {

@@ -23,6 +23,7 @@
 #include <vantelo_sounds/platform/Console.hpp>
 #include <vantelo_sounds/platform/FileURL.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
+#include <vantelo_sounds/platform/Simulation.hpp>
 #include <vantelo_sounds/platform/SpeechSynthesisVoice.hpp>
 #include <vector>
 
@@ -73,13 +74,13 @@ void setUpPlatform(const Scenario& scenario) {
     if (scenario.localizations) {
         Bundle::main().setLocalizations(*scenario.localizations);
     }
-    SpeechSynthesisVoice::setAvailableLanguagesForTesting(scenario.voices);
+    simulation::setAvailableLanguages(scenario.voices);
 
     // The scenario decides the permission; presetting it through the environment as well keeps
     // a run from ever writing the user's stored answer.
     ::setenv("VANTELO_SOUNDS_RECORD_PERMISSION", permissionWord(scenario.recordPermission), 1);
     AudioSession& session = AudioSession::sharedInstance();
-    session.setRecordPermissionForTesting(platformPermission(scenario.recordPermission));
+    simulation::setRecordPermission(platformPermission(scenario.recordPermission));
     const bool answer = scenario.grantPermission;
     session.setPermissionPrompt([answer] { return answer; });
 

@@ -97,8 +97,6 @@ public:
     /// Replaces the question put to the user (empty: the default, which asks on the terminal
     /// when standard input is one, else refuses). Called on the requesting thread.
     void setPermissionPrompt(std::function<bool()> prompt);
-    /// Kept only until the scenario runner calls simulation::setRecordPermission; do not use.
-    void setRecordPermissionForTesting(RecordPermission permission);
     /// Forgets the answer in memory: the next read takes it again from the environment or the
     /// application's file, and later answers are stored there (unless the environment set it).
     void reloadRecordPermission();

@@ -14,9 +14,6 @@ public:
     /// installed voice speaks that language. Safe to call from any thread.
     static std::shared_ptr<const SpeechSynthesisVoice> voiceWithLanguage(const std::string& code);
 
-    /// Kept only until the scenario runner calls simulation::setAvailableLanguages; do not use.
-    static void setAvailableLanguagesForTesting(std::optional<std::vector<std::string>> codes);
-
     /// The language code asked for.
     const std::string& language() const noexcept { return mLanguage; }
     /// The synthesizer's identifier of the voice ("gmw/en").
