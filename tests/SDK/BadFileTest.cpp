@@ -34,6 +34,7 @@ TEST_P(BadFileTest, FailsWithItsReasonAndLeavesThePlayingSoundUntouched) {
     EXPECT_EQ(log[1].rfind(prefix, 0), 0u) << log[1];
     EXPECT_EQ(log[2], "Sound is playing in channel 2");
     EXPECT_EQ(completions("bad"), 0);
+    EXPECT_EQ(table().size(), 1u);
 
     const OfflineAudio audio = heard();
     // Compared with the same samples one loop pass earlier (after the start's short fade-in).

@@ -1,5 +1,7 @@
 // The run loop on the manual clock: timers in deadline order, callbacks posted from anywhere,
 // sources that stop time early so that what happened is delivered at its exact time.
+#include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vantelo_sounds/platform/RunLoop.hpp>
@@ -64,6 +66,52 @@ TEST_F(RunLoopTest, CallbacksPostedFromAnotherThreadRunOnTheLoopThreadInOrder) {
     loop.runOnce();
     EXPECT_EQ(log, (Log{"p0@0ms", "p1@0ms", "p2@0ms"}));
     EXPECT_EQ(threads, std::vector<std::thread::id>(3, std::this_thread::get_id()));
+}
+
+// One pass runs what was due when it began, so that neither the loop's own callbacks nor threads
+// that post without pause keep runOnce() from returning to the game.
+TEST_F(RunLoopTest, OnePassIsBoundedAndEveryPostedCallbackRunsOnceInTheEnd) {
+    std::atomic<bool> stopPosting{false};
+    std::atomic<long> posted{0};
+    long ran = 0; // touched on the loop thread only
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            while (!stopPosting) {
+                loop.post([&] { ++ran; });
+                ++posted;
+            }
+        });
+    }
+    while (posted < 1000) {
+        std::this_thread::yield(); // the passes below run while every thread is posting
+    }
+    for (int pass = 0; pass < 100; ++pass) {
+        loop.runOnce();
+    }
+    stopPosting = true;
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    while (loop.runOnce() > 0) {
+    }
+    EXPECT_EQ(ran, posted.load());
+
+    std::function<void()> repost = [&] {
+        note("posted");
+        loop.post(repost);
+    };
+    std::function<void()> rearm = [&] {
+        note("timer");
+        loop.scheduleTimer(0ms, rearm);
+    };
+    loop.post(repost);
+    loop.scheduleTimer(0ms, rearm);
+    for (int pass = 0; pass < 3; ++pass) {
+        EXPECT_EQ(loop.runOnce(), 2u);
+    }
+    EXPECT_EQ(log, (Log{"posted@0ms", "timer@0ms", "posted@0ms", "timer@0ms", "posted@0ms",
+                        "timer@0ms"}));
 }
 
 // A source that "ends a sound" at fixed times: it refuses to advance past its next event, and
