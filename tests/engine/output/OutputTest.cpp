@@ -2,56 +2,23 @@
 // rendering into one, and the real-time outputs (null, and SDL with its dummy driver) delivering
 // ends without a sound card. Real-time cases wait, bounded, for the output's own thread.
 #include <atomic>
-#include <chrono>
 #include <cstring>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "engine/Engine.hpp"
+#include "engine/EngineSupport.hpp"
 #include "engine/WavWriter.hpp"
 #include "engine/output/ManualOutput.hpp"
 #include "engine/output/NullOutput.hpp"
 #include "engine/output/OutputError.hpp"
 #include "engine/output/SdlOutput.hpp"
-#include "engine/sound/SoundData.hpp"
 #include "support/SoundFixtures.hpp"
-#include "support/WavReader.hpp"
+#include "support/WavFile.hpp"
 
 namespace vantelo_sounds::engine {
 namespace {
 
 using test::WavFile;
-
-// Interleaved frames whose left sample is the frame's number and right sample its negative.
-std::vector<float> numbered(std::size_t first, std::size_t frames) {
-    std::vector<float> samples(frames * 2);
-    for (std::size_t i = 0; i < frames; ++i) {
-        samples[2 * i] = static_cast<float>(first + i);
-        samples[2 * i + 1] = -static_cast<float>(first + i);
-    }
-    return samples;
-}
-
-std::shared_ptr<SoundData> constantSound(std::size_t frames, float value) {
-    auto data = std::make_shared<SoundData>(1, frames);
-    const std::vector<float> samples(frames, value);
-    data->append(samples.data(), samples.size());
-    data->finish(true);
-    return data;
-}
-
-// Waits, bounded, for the engine to report an end rendered by an output's own thread.
-std::optional<VoiceEnded> awaitEnd(Engine& engine) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    std::optional<VoiceEnded> ended;
-    while (!ended && std::chrono::steady_clock::now() < deadline) {
-        engine.drainEvents([&](const VoiceEnded& event) { ended = event; });
-        std::this_thread::yield();
-    }
-    return ended;
-}
 
 class OutputTest : public ::testing::Test {
 protected:
@@ -70,7 +37,7 @@ TEST_F(OutputTest, WavWriterKeepsItsHeaderTrueWhileTheFileIsStillOpen) {
     ASSERT_TRUE(writer.write(half.data(), 24000));
 
     const WavFile open = WavFile::read(path);
-    EXPECT_EQ(open.format, 3); // IEEE float
+    EXPECT_EQ(open.format, WavFile::kFloat);
     EXPECT_EQ(open.channels, 2);
     EXPECT_EQ(open.rate, 48000);
     EXPECT_EQ(open.bits, 32);
