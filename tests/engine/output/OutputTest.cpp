@@ -63,11 +63,6 @@ TEST_F(OutputTest, APathThatCannotBeCreatedFailsWithItsErrnoAndNothingRecords) {
     Engine engine(std::make_unique<NullOutput>());
     EXPECT_EQ(engine.startRecordingMix(path).error(), std::errc::no_such_file_or_directory);
     EXPECT_FALSE(engine.isRecordingMix());
-    EXPECT_EQ(engine.stopRecordingMix().error(), OutputError::notRecording);
-
-    Engine offline(std::make_unique<ManualOutput>(path));
-    EXPECT_EQ(offline.startResult().error(), std::errc::no_such_file_or_directory);
-    EXPECT_NE(offline.startError().find(path), std::string::npos) << offline.startError();
 }
 
 TEST_F(OutputTest, TheManualOutputRendersExactlyTheFramesAskedIntoItsFile) {
