@@ -1,6 +1,6 @@
-// The engine on the control thread with the manual output: the voice pool's limit, stale handles,
-// sound data released when an end is drained, and manual renders that wait for a slow producer.
-// (A voice started on the frame another ended is heard through the player's tests.)
+// The engine with the manual output: the pool's limit, stale handles, sound data released on
+// drain, renders that wait for a slow producer. (A voice started on the frame another ended is
+// heard in AudioPlayerTest.)
 #include "engine/Engine.hpp"
 
 #include <algorithm>

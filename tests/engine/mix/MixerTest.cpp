@@ -23,25 +23,18 @@ class MixerTest : public ::testing::Test {
 protected:
     VoiceHandle send(MixerCommand::Kind kind, VoiceHandle voice, std::uint64_t frame,
                      VoiceParams params = {}, const SoundData* data = nullptr) {
-        MixerCommand command;
-        command.kind = kind;
-        command.voice = voice;
-        command.frame = frame;
-        command.params = params.sanitized();
-        command.data = data;
-        EXPECT_TRUE(mMixer.send(command));
+        EXPECT_TRUE(mMixer.send({kind, voice, frame, params.sanitized(), data}));
         return voice;
     }
     VoiceHandle start(const SoundData& data, VoiceParams params = {},
-                      std::uint64_t frame = MixerCommand::kNow, std::uint32_t slot = 0,
-                      std::uint32_t generation = 1) {
-        return send(MixerCommand::Kind::start, {slot, generation}, frame, params, &data);
+                      std::uint64_t frame = MixerCommand::kNow, std::uint32_t slot = 0) {
+        return send(MixerCommand::Kind::start, {slot, 1}, frame, params, &data);
     }
-    /// Renders `frames` more frames in blocks of `block`, appending them to mSamples.
-    void render(std::size_t frames, std::size_t block = 512) {
-        std::vector<float> buffer(block * 2);
+    /// Renders `frames` more frames in blocks of 512, appending them to mSamples.
+    void render(std::size_t frames) {
+        std::vector<float> buffer(2 * 512);
         while (frames > 0) {
-            const std::size_t n = std::min(frames, block);
+            const std::size_t n = std::min<std::size_t>(frames, 512);
             mMixer.render(buffer.data(), n);
             mSamples.insert(mSamples.end(), buffer.begin(),
                             buffer.begin() + static_cast<std::ptrdiff_t>(2 * n));
@@ -109,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(MixerTest, AVoiceStartsOnTheExactFrameAskedEvenInsideABlock) {
     const auto data = constantSound(1000, 0.5f);
     start(*data, {-1.0f, 1.0f, 0}, 1234);
-    render(4000, 512);
+    render(4000);
     const OfflineAudio audio(mSamples);
     EXPECT_EQ(audio.firstNonSilentFrame(), 1234u);
     EXPECT_EQ(audio.endOfSound(), 2234u);

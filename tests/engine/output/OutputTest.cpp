@@ -1,6 +1,6 @@
-// Outputs: the WAV writer's file (readable while it is still being written), the manual output
-// rendering into one, and the real-time outputs (null, and SDL with its dummy driver) delivering
-// ends without a sound card. Real-time cases wait, bounded, for the output's own thread.
+// Outputs: the WAV writer's file (readable while still being written), and the real-time outputs
+// delivering ends without a sound card. (The manual output's file is checked by the offline render
+// of AudioOutputTest and the command-line program's render.)
 #include <atomic>
 #include <cstring>
 
@@ -8,7 +8,6 @@
 
 #include "engine/EngineSupport.hpp"
 #include "engine/WavWriter.hpp"
-#include "engine/output/ManualOutput.hpp"
 #include "engine/output/NullOutput.hpp"
 #include "engine/output/OutputError.hpp"
 #include "engine/output/SdlOutput.hpp"
@@ -63,28 +62,6 @@ TEST_F(OutputTest, APathThatCannotBeCreatedFailsWithItsErrnoAndNothingRecords) {
     Engine engine(std::make_unique<NullOutput>());
     EXPECT_EQ(engine.startRecordingMix(path).error(), std::errc::no_such_file_or_directory);
     EXPECT_FALSE(engine.isRecordingMix());
-}
-
-TEST_F(OutputTest, TheManualOutputRendersExactlyTheFramesAskedIntoItsFile) {
-    const std::string path = mFixtures.path("render.wav");
-    Engine engine(std::make_unique<ManualOutput>(path));
-    ASSERT_TRUE(engine.start(constantSound(4800, 0.5f), {-1.0f, 1.0f, 0}, 1000));
-    EXPECT_EQ(engine.renderUntil(20000), 5800u); // stops on the frame the voice ended
-    EXPECT_EQ(engine.renderUntil(20000), 20000u);
-    EXPECT_EQ(engine.startRecordingMix(mFixtures.path("tap.wav")).error(),
-              OutputError::manualWritesItsOwnFile);
-    ASSERT_TRUE(engine.manualOutput()->finishFile());
-
-    const auto samples = WavFile::read(path).samples;
-    ASSERT_EQ(samples.size(), 2u * 20000u);
-    EXPECT_EQ(samples[2 * 999], 0.0f);
-    EXPECT_GT(samples[2 * 1000], 0.0f);
-    EXPECT_EQ(samples[2 * 3000], 0.5f);
-    EXPECT_EQ(samples[2 * 3000 + 1], 0.0f);
-    EXPECT_EQ(samples[2 * 5800], 0.0f);
-    // Rendering goes on after the file is finished, without writing to it.
-    EXPECT_EQ(engine.renderUntil(30000), 30000u);
-    EXPECT_EQ(WavFile::read(path).frames(), 20000u);
 }
 
 TEST_F(OutputTest, TheSdlOutputRendersWithTheDummyDriver) {
