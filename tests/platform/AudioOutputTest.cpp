@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "support/SoundFixtures.hpp"
-#include "support/WavReader.hpp"
+#include "support/WavFile.hpp"
 
 namespace vantelo_sounds {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <cmath>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include <gtest/gtest.h>
+
+#include "support/SoundFixtures.hpp"
 
 namespace vantelo_sounds::test {
 namespace {
@@ -60,9 +60,7 @@ std::string WavFile::bytes() const {
 }
 
 WavFile WavFile::read(const std::string& path) {
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    const std::string b = content.str();
+    const std::string b = SoundFixtures::readBytes(path);
     WavFile wav;
     std::size_t dataAt = 0;
     std::size_t dataBytes = 0;

@@ -20,10 +20,6 @@ struct WavFile {
     std::vector<float> samples; ///< interleaved; integer samples scaled to [-1, 1)
 
     std::size_t frames() const { return channels > 0 ? samples.size() / channels : 0; }
-    float sample(std::size_t frame, int channel) const {
-        return samples[frame * static_cast<std::size_t>(channels) +
-                       static_cast<std::size_t>(channel)];
-    }
 
     /// Reads the file at `path`. A file still being written, whose header does not give the data's
     /// size yet (0, or more than there is), is read up to its last whole frame. A file that is not

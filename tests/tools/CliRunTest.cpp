@@ -12,7 +12,7 @@
 
 #include "support/OfflineAudio.hpp"
 #include "support/SoundFixtures.hpp"
-#include "support/WavReader.hpp"
+#include "support/WavFile.hpp"
 
 namespace vantelo_sounds::cli {
 namespace {

@@ -24,17 +24,6 @@ protected:
     SoundFixtures fixtures;
 };
 
-TEST_F(AudioFileWriterTest, StereoWavFloatIsExact) {
-    const std::vector<float> samples{0.25f, -0.25f, 0.5f, -0.5f, 1.0f, -1.0f};
-    AudioFileWriter writer;
-    const std::string file = fixtures.path("exact.wav");
-    ASSERT_FALSE(writer.open(file, AudioFileFormat::wavFloat, 48000, 2));
-    ASSERT_FALSE(writer.write(samples.data(), 3));
-    EXPECT_EQ(writer.framesWritten(), 3u);
-    ASSERT_FALSE(writer.close());
-    EXPECT_EQ(decodeFile(file).stereo, samples);
-}
-
 TEST_F(AudioFileWriterTest, FragmentedM4aKeepsAllButTheLastFragmentWhenCutOff) {
     AudioFileWriter::Options options;
     options.fragmented = true;
@@ -53,23 +42,33 @@ TEST_F(AudioFileWriterTest, FragmentedM4aKeepsAllButTheLastFragmentWhenCutOff) {
     EXPECT_NEAR(cut.audio().zeroCrossingFrequency(0, 4800, cut.frames() - 4800), 440, 5);
 }
 
-TEST_F(AudioFileWriterTest, NonFiniteSamplesAreWrittenAsSilence) {
-    std::vector<float> samples(16000);
+// A stereo sine, left and right apart, with non-finite samples that must be written as silence.
+TEST_F(AudioFileWriterTest, FloatWavIsExactAndNonFiniteSamplesAreWrittenAsSilence) {
+    std::vector<float> samples(2 * 24000);
     for (std::size_t i = 0; i < samples.size(); ++i) {
-        samples[i] = 0.5f * float(std::sin(2 * std::numbers::pi * 440 * double(i) / 16000));
+        samples[i] = (i % 2 ? -0.25f : 0.5f) *
+                     float(std::sin(2 * std::numbers::pi * 440 * double(i / 2) / 48000));
+    }
+    auto expected = samples;
+    for (const std::size_t at : {100, 5001, 9000}) {
+        expected[at] = 0.0f;
     }
     samples[100] = std::numeric_limits<float>::quiet_NaN();
-    samples[5000] = std::numeric_limits<float>::infinity();
+    samples[5001] = std::numeric_limits<float>::infinity();
     samples[9000] = -std::numeric_limits<float>::infinity();
-    for (const AudioFileFormat format : {AudioFileFormat::m4a, AudioFileFormat::wavFloat}) {
+    for (const AudioFileFormat format : {AudioFileFormat::wavFloat, AudioFileFormat::m4a}) {
         AudioFileWriter writer;
         const std::string file = fixtures.path(std::string("nan.") + engine::extensionFor(format));
-        ASSERT_FALSE(writer.open(file, format, 16000, 1));
-        ASSERT_FALSE(writer.write(samples.data(), samples.size()));
+        ASSERT_FALSE(writer.open(file, format, 48000, 2));
+        ASSERT_FALSE(writer.write(samples.data(), 24000));
+        EXPECT_EQ(writer.framesWritten(), 24000u);
         ASSERT_FALSE(writer.close());
         const DecodedSound sound = decodeFile(file);
         EXPECT_TRUE(sound.audio().allFiniteAndInRange());
-        EXPECT_EQ(sound.frames(), std::size_t(engine::kMixRate));
+        EXPECT_EQ(sound.frames(), 24000u);
+        if (format == AudioFileFormat::wavFloat) {
+            EXPECT_EQ(sound.stereo, expected);
+        }
     }
 }
 

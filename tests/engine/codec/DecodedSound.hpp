@@ -17,7 +17,6 @@ namespace vantelo_sounds::test {
 /// measurements.
 struct DecodedSound {
     engine::SoundInfo info;
-    int channels = 0; // as decoded: 1 or 2
     std::vector<float> stereo;
     bool failed = false;
 
@@ -49,17 +48,17 @@ inline DecodedSound decodeFile(const std::string& path) {
     }
     engine::Decoder& decoder = *opened.value();
     sound.info = decoder.info();
-    sound.channels = sound.info.channels;
-    engine::SoundData data(sound.channels, std::size_t{20} * 60 * engine::kMixRate);
+    const auto channels = std::size_t(sound.info.channels); // as decoded: 1 or 2
+    engine::SoundData data(sound.info.channels, std::size_t{20} * 60 * engine::kMixRate);
     while (!decoder.atEnd()) {
         decoder.decodeInto(data, 4096);
     }
     sound.failed = !decoder.outcome().hasValue();
-    std::vector<float> samples(data.frames() * std::size_t(sound.channels));
+    std::vector<float> samples(data.frames() * channels);
     data.read(0, samples.data(), data.frames());
-    for (std::size_t i = 0; i < samples.size(); i += std::size_t(sound.channels)) {
+    for (std::size_t i = 0; i < samples.size(); i += channels) {
         sound.stereo.push_back(samples[i]);
-        sound.stereo.push_back(samples[i + std::size_t(sound.channels) - 1]);
+        sound.stereo.push_back(samples[i + channels - 1]);
     }
     return sound;
 }

@@ -13,6 +13,7 @@
 
 #include "engine/codec/DecodedSound.hpp"
 #include "engine/codec/FfmpegPtr.hpp"
+#include "support/NamedCase.hpp"
 #include "support/SoundFixtures.hpp"
 
 namespace vantelo_sounds::test {
@@ -27,8 +28,7 @@ using WavEncoding = SoundFixtures::WavEncoding;
 constexpr double kSeconds = 0.5; // whole periods of every test tone
 constexpr float kAmplitude = 0.5f;
 
-struct DecodeCase {
-    const char* name; // also the file's name
+struct DecodeCase : NamedCase { // the name is also the file's
     std::string (*make)(SoundFixtures&, const DecodeCase&);
     int rate;
     int channels;
@@ -125,10 +125,6 @@ std::string caf(SoundFixtures& f, const DecodeCase& c) {
     return viaFfmpeg(f, c, "caf", "pcm_s16be");
 }
 
-void PrintTo(const DecodeCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
 class DecodeMatrix : public DecoderTest, public ::testing::WithParamInterface<DecodeCase> {};
 
 // Every format states its exact length (a sample count, an edit list, a granule position, the
@@ -140,7 +136,8 @@ TEST_P(DecodeMatrix, DecodesToItsStatedLengthAndLoopsWithoutASeam) {
     const DecodedSound sound = decodeFile(file);
     EXPECT_EQ(sound.info.sourceRate, c.rate);
     EXPECT_EQ(sound.info.sourceChannels, c.channels);
-    EXPECT_EQ(sound.channels, std::min(c.channels, 2)) << "mono stays mono, the rest is stereo";
+    EXPECT_EQ(sound.info.channels, std::min(c.channels, 2))
+        << "mono stays mono, the rest is stereo";
     EXPECT_FALSE(sound.failed);
     EXPECT_EQ(sound.frames(), std::size_t(kSeconds * engine::kMixRate));
     const OfflineAudio audio = sound.audio();
@@ -185,7 +182,7 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"vorbis_44k_stereo", written<AudioFileFormat::ogg>, 44100, 2, 440, true},
         DecodeCase{"vorbis_22k_mono", written<AudioFileFormat::ogg>, 22050, 1, 440, true},
         DecodeCase{"opus_48k_stereo", opus, 48000, 2, 440, true}),
-    [](const auto& param) { return std::string(param.param.name); });
+    CaseName());
 
 TEST_F(DecoderTest, DecodeIntoHandsOutWhatIsAskedAndStopsAtAFullSound) {
     auto opened = Decoder::open(fixtures().tone("count.wav", 440, 0.5));
@@ -256,17 +253,12 @@ TEST_F(DecoderTest, ShippedAssetsDecode) {
 
 // ---- unusual files: refused with their reason (a FIFO read would hang), or played ---------
 
-struct UnusualCase {
-    const char* name;
+struct UnusualCase : NamedCase {
     BadFile file;
     std::optional<OpenError> refusal; // none: it plays for [minSeconds, maxSeconds]
     double minSeconds = 0;
     double maxSeconds = 0;
 };
-
-void PrintTo(const UnusualCase& c, std::ostream* os) {
-    *os << c.name;
-}
 
 class UnusualFiles : public DecoderTest, public ::testing::WithParamInterface<UnusualCase> {};
 
@@ -311,22 +303,19 @@ INSTANTIATE_TEST_SUITE_P(
         UnusualCase{"truncatedWav", BadFile::truncatedWav, {}, 0.99, 1.01},
         UnusualCase{"truncatedMp3", BadFile::truncatedMp3, {}, 0.8, 1.2},
         UnusualCase{"truncatedFragmentedM4a", BadFile::truncatedFragmentedM4a, {}, 0.5, 1.2}),
-    [](const auto& param) { return std::string(param.param.name); });
+    CaseName());
 
-TEST_F(DecoderTest, DevicesAndUnreadableFilesAreRefused) {
+TEST_F(DecoderTest, OddNamesOpenAsLocalFilesAndDevicesOrUnreadableFilesAreRefused) {
+    for (const char* name : {"with space.wav", "ünïcødé.wav", "-leading-dash.wav",
+                             "concat:looks-like-a-protocol.wav", "file:already-prefixed.wav"}) {
+        auto opened = Decoder::open(fixtures().tone(name, 440, 0.2));
+        EXPECT_TRUE(opened) << name << ": " << (opened ? "" : opened.failure().describe());
+    }
     EXPECT_EQ(Decoder::open("/dev/zero").error(), OpenError::notARegularFile);
     if (::geteuid() != 0) { // root reads every file
         const std::string file = fixtures().tone("locked.wav", 440, 0.1);
         ::chmod(file.c_str(), 0);
         EXPECT_EQ(Decoder::open(file).error(), OpenError::notReadable);
-    }
-}
-
-TEST_F(DecoderTest, OddNamesOpenAsLocalFiles) {
-    for (const char* name : {"with space.wav", "ünïcødé.wav", "-leading-dash.wav",
-                             "concat:looks-like-a-protocol.wav", "file:already-prefixed.wav"}) {
-        auto opened = Decoder::open(fixtures().tone(name, 440, 0.2));
-        EXPECT_TRUE(opened) << name << ": " << (opened ? "" : opened.failure().describe());
     }
 }
 

@@ -5,13 +5,12 @@
 
 #include <cmath>
 #include <limits>
-#include <memory>
 #include <numbers>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "engine/sound/SoundData.hpp"
+#include "engine/EngineSupport.hpp"
 #include "support/NamedCase.hpp"
 #include "support/OfflineAudio.hpp"
 
@@ -20,44 +19,22 @@ namespace {
 
 using test::OfflineAudio;
 
-std::unique_ptr<SoundData> sound(const std::vector<float>& interleaved, int channels,
-                                 bool complete = true) {
-    const std::size_t frames = interleaved.size() / static_cast<std::size_t>(channels);
-    auto data = std::make_unique<SoundData>(channels, frames + 100000);
-    data->append(interleaved.data(), frames);
-    if (complete) {
-        data->finish(true);
-    }
-    return data;
-}
-
-std::vector<float> constant(std::size_t frames, float value) {
-    return std::vector<float>(frames, value);
-}
-
 class MixerTest : public ::testing::Test {
 protected:
     VoiceHandle send(MixerCommand::Kind kind, VoiceHandle voice, std::uint64_t frame,
                      VoiceParams params = {}, const SoundData* data = nullptr) {
-        MixerCommand command;
-        command.kind = kind;
-        command.voice = voice;
-        command.frame = frame;
-        command.params = params.sanitized();
-        command.data = data;
-        EXPECT_TRUE(mMixer.send(command));
+        EXPECT_TRUE(mMixer.send({kind, voice, frame, params.sanitized(), data}));
         return voice;
     }
     VoiceHandle start(const SoundData& data, VoiceParams params = {},
-                      std::uint64_t frame = MixerCommand::kNow, std::uint32_t slot = 0,
-                      std::uint32_t generation = 1) {
-        return send(MixerCommand::Kind::start, {slot, generation}, frame, params, &data);
+                      std::uint64_t frame = MixerCommand::kNow, std::uint32_t slot = 0) {
+        return send(MixerCommand::Kind::start, {slot, 1}, frame, params, &data);
     }
-    /// Renders `frames` more frames in blocks of `block`, appending them to mSamples.
-    void render(std::size_t frames, std::size_t block = 512) {
-        std::vector<float> buffer(block * 2);
+    /// Renders `frames` more frames in blocks of 512, appending them to mSamples.
+    void render(std::size_t frames) {
+        std::vector<float> buffer(2 * 512);
         while (frames > 0) {
-            const std::size_t n = std::min(frames, block);
+            const std::size_t n = std::min<std::size_t>(frames, 512);
             mMixer.render(buffer.data(), n);
             mSamples.insert(mSamples.end(), buffer.begin(),
                             buffer.begin() + static_cast<std::ptrdiff_t>(2 * n));
@@ -89,14 +66,11 @@ class MixerPanTest : public MixerTest, public ::testing::WithParamInterface<PanC
 
 TEST_P(MixerPanTest, SteadyLevelsFollowPanAndVolume) {
     const PanCase& c = GetParam();
-    std::vector<float> source;
-    for (int i = 0; i < 4800; ++i) {
-        source.push_back(0.5f);
-        if (c.channels == 2) {
-            source.push_back(-0.25f);
-        }
+    std::vector<float> source(4800 * static_cast<std::size_t>(c.channels), 0.5f);
+    for (std::size_t i = 1; c.channels == 2 && i < source.size(); i += 2) {
+        source[i] = -0.25f;
     }
-    const auto data = sound(source, c.channels);
+    const auto data = soundOf(source, c.channels);
     start(*data, {c.pan, c.volume, 0});
     render(4800);
     const OfflineAudio audio(mSamples);
@@ -126,9 +100,9 @@ INSTANTIATE_TEST_SUITE_P(
     test::CaseName());
 
 TEST_F(MixerTest, AVoiceStartsOnTheExactFrameAskedEvenInsideABlock) {
-    const auto data = sound(constant(1000, 0.5f), 1);
+    const auto data = constantSound(1000, 0.5f);
     start(*data, {-1.0f, 1.0f, 0}, 1234);
-    render(4000, 512);
+    render(4000);
     const OfflineAudio audio(mSamples);
     EXPECT_EQ(audio.firstNonSilentFrame(), 1234u);
     EXPECT_EQ(audio.endOfSound(), 2234u);
@@ -150,7 +124,7 @@ class MixerRampTest : public MixerTest, public ::testing::WithParamInterface<Ram
 TEST_P(MixerRampTest, NoStepIsSteeperThanTheRamp) {
     // A constant source makes every step of the output a step of the gain.
     const float level = 0.8f;
-    const auto data = sound(constant(48000, level), 1);
+    const auto data = constantSound(48000, level);
     const VoiceHandle voice = start(*data, {-1.0f, 1.0f, 0});
     send(GetParam().kind, voice, 1000, {-1.0f, 0.25f, 0});
     render(4000);
@@ -171,14 +145,14 @@ INSTANTIATE_TEST_SUITE_P(
     test::CaseName());
 
 TEST_F(MixerTest, AVoiceWhoseSourceRunsDryWaitsSilentlyAndGoesOnWhenItFills) {
-    auto data = sound(constant(1000, 0.5f), 1, false);
+    auto data = constantSound(1000, 0.5f, false);
     start(*data);
     render(3000);
     EXPECT_TRUE(events().empty());
     EXPECT_EQ(mMixer.voicePosition({0, 1}), 1000u);
     EXPECT_EQ(OfflineAudio(mSamples).endOfSound(), 1000u);
 
-    const auto more = constant(500, 0.5f);
+    const std::vector<float> more(500, 0.5f);
     data->append(more.data(), more.size());
     data->finish(true);
     render(2000);
@@ -189,9 +163,9 @@ TEST_F(MixerTest, AVoiceWhoseSourceRunsDryWaitsSilentlyAndGoesOnWhenItFills) {
 }
 
 TEST_F(MixerTest, AFailingSourceEndsWhereItFailsAndAnEmptyOneWhereItStartsEvenLooping) {
-    auto failing = sound(constant(1000, 0.5f), 1, false);
+    auto failing = constantSound(1000, 0.5f, false);
     failing->finish(false);
-    const auto empty = sound({}, 1);
+    const auto empty = constantSound(0, 0.0f);
     start(*failing, {}, MixerCommand::kNow, 0);
     start(*empty, {0.0f, 1.0f, -1}, 300, 1);
     render(1500);
@@ -206,8 +180,8 @@ TEST_F(MixerTest, AFailingSourceEndsWhereItFailsAndAnEmptyOneWhereItStartsEvenLo
 TEST_F(MixerTest, NonFiniteAndHugeSamplesNeverReachTheOutput) {
     const float inf = std::numeric_limits<float>::infinity();
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    const auto data = sound({0.5f, nan, inf, -inf, 1e30f, -1e30f, 3.0f, -0.2f}, 1);
-    const auto other = sound(constant(8, 0.9f), 1);
+    const auto data = soundOf({0.5f, nan, inf, -inf, 1e30f, -1e30f, 3.0f, -0.2f});
+    const auto other = constantSound(8, 0.9f);
     start(*data, {0.0f, 1.0f, 100}, 0, 0);
     start(*other, {0.3f, 1.0f, 100}, 0, 1);
     render(2000);

@@ -4,34 +4,21 @@
 // real-time null-output run whose recording holds the tone that was played.
 #include "engine/output/MixTap.hpp"
 
-#include <chrono>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "engine/Engine.hpp"
+#include "engine/EngineSupport.hpp"
 #include "engine/output/FrameRing.hpp"
 #include "engine/output/NullOutput.hpp"
-#include "engine/sound/SoundData.hpp"
 #include "support/OfflineAudio.hpp"
 #include "support/SoundFixtures.hpp"
-#include "support/WavReader.hpp"
+#include "support/WavFile.hpp"
 
 namespace vantelo_sounds::engine {
 namespace {
 
 using test::WavFile;
-
-// Interleaved frames whose left sample is the frame's number and right sample its negative.
-std::vector<float> numbered(std::size_t first, std::size_t frames) {
-    std::vector<float> samples(frames * 2);
-    for (std::size_t i = 0; i < frames; ++i) {
-        samples[2 * i] = static_cast<float>(first + i);
-        samples[2 * i + 1] = -static_cast<float>(first + i);
-    }
-    return samples;
-}
 
 TEST(FrameRingTest, AFullRingKeepsWhatFitsCountsTheRestAndWrapsAroundInOrder) {
     FrameRing ring(4);
@@ -111,22 +98,11 @@ TEST_F(MixTapTest, WritesWhatWasPushedUpToTheLimitOrPaddedWithSilence) {
 
 TEST_F(MixTapTest, TheRealTimeNullOutputRecordsTheToneItPlayed) {
     constexpr std::size_t kToneFrames = 9600; // 0.2 s
-    auto data = std::make_shared<SoundData>(1, kToneFrames);
-    const std::vector<float> constant(kToneFrames, 0.5f);
-    data->append(constant.data(), constant.size());
-    data->finish(true);
-
     const std::string path = mFixtures.path("played.wav");
     Engine engine(std::make_unique<NullOutput>());
     ASSERT_TRUE(engine.startRecordingMix(path));
-    ASSERT_TRUE(engine.start(data, {-1.0f, 1.0f, 0}));
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    bool ended = false;
-    while (!ended && std::chrono::steady_clock::now() < deadline) {
-        engine.drainEvents([&](const VoiceEnded&) { ended = true; });
-        std::this_thread::yield();
-    }
-    ASSERT_TRUE(ended);
+    ASSERT_TRUE(engine.start(constantSound(kToneFrames, 0.5f), {-1.0f, 1.0f, 0}));
+    ASSERT_TRUE(awaitEnd(engine));
     const auto recorded = engine.stopRecordingMix();
     ASSERT_TRUE(recorded);
     EXPECT_EQ(recorded->droppedFrames, 0u);
