@@ -239,7 +239,7 @@ TEST_F(DecoderTest, DamagedFilesNeverCrash) {
 
 // The sounds the project ships all decode, at their stated length.
 TEST_F(DecoderTest, ShippedAssetsDecode) {
-    const auto assets = std::filesystem::path(__FILE__).parent_path() / "../../../assets";
+    const auto assets = std::filesystem::path(VANTELO_ASSETS_DIR);
     const std::pair<const char*, double> expected[] = {{"click.wav", 0.02}, {"beep.wav", 0.25},
                                                        {"chime.m4a", 1.0},  {"whoosh.mp3", 0.8},
                                                        {"pad.ogg", 2.0},    {"blip.flac", 0.15}};
