@@ -36,11 +36,9 @@ struct InvalidCase : vantelo_sounds::test::NamedCase {
 // clang-format off
 const std::vector<InvalidCase> kInvalidCases{
     {"BadJson", R"({"duration": 5,})", "invalid JSON", "line 1"},
-    {"EmptyFile", "", "invalid JSON", "end of input"},
     {"NumberOverflow", R"({"duration": 1e400})", "invalid JSON", "1e400"},
     {"TopLevelArray", "[1, 2]", "scenario.json: expected a JSON object", "array"},
     {"MissingDuration", R"({"steps": []})", "duration", "missing required field"},
-    {"NegativeDuration", R"({"duration": -1})", "duration", "got -1"},
     {"HugeDuration", R"({"duration": 1e9})", "duration", "3600"},
     {"UnknownTopLevel", file(R"("durration": 2)"), "durration", "unknown field"},
     {"StepsNotArray", file(R"("steps": {})"), "steps", "an object"},
