@@ -6,7 +6,8 @@ double OfflineAudio::rms(int channel, std::size_t first, std::size_t last) const
     last = clampLast(last);
     double sum = 0.0;
     for (std::size_t f = first; f < last; ++f) {
-        sum += static_cast<double>(sample(f, channel)) * sample(f, channel);
+        const double x = sample(f, channel);
+        sum += x * x;
     }
     return first < last ? std::sqrt(sum / static_cast<double>(last - first)) : 0.0;
 }
