@@ -1,8 +1,9 @@
 #include "support/ManagerFixture.hpp"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <map>
 #include <thread>
 #include <vantelo_sounds/platform/Bundle.hpp>
 #include <vantelo_sounds/platform/Console.hpp>
@@ -48,10 +49,6 @@ void ManagerFixture::advance(double seconds) {
     mLoop->advanceTo(mLoop->now() + vantelo_sounds::seconds(seconds));
 }
 
-double ManagerFixture::nowSeconds() const {
-    return std::chrono::duration<double>(mLoop->now()).count();
-}
-
 PlaySoundSettings ManagerFixture::settingsFor(const std::string& path, float pan, float volume,
                                               bool queued, bool looped) {
     return PlaySoundSettings(FileURL::fileURLWithPath(path), SoundsPanType::fromRawValue(pan),
@@ -69,7 +66,8 @@ Completion ManagerFixture::completionNoting(const std::string& tag) {
 
 void ManagerFixture::note(const std::string& entry) {
     char stamp[32];
-    std::snprintf(stamp, sizeof stamp, "%.3fms ", nowSeconds() * 1000.0);
+    const double ms = std::chrono::duration<double, std::milli>(mLoop->now()).count();
+    std::snprintf(stamp, sizeof stamp, "%.3fms ", ms);
     mLog.push_back(stamp + entry);
 }
 
@@ -82,20 +80,13 @@ std::vector<std::string> ManagerFixture::entries() const {
 }
 
 int ManagerFixture::completions(const std::string& tag) const {
-    int count = 0;
-    for (const auto& entry : entries()) {
-        count += entry == "done " + tag ? 1 : 0;
-    }
-    return count;
+    const auto plain = entries();
+    return static_cast<int>(std::count(plain.begin(), plain.end(), "done " + tag));
 }
 
 std::vector<std::string> ManagerFixture::consoleLines() const {
-    std::vector<std::string> lines;
-    for (const auto& entry : entries()) {
-        if (entry.rfind("done ", 0) != 0) {
-            lines.push_back(entry);
-        }
-    }
+    std::vector<std::string> lines = entries();
+    std::erase_if(lines, [](const std::string& entry) { return entry.rfind("done ", 0) == 0; });
     return lines;
 }
 

@@ -29,7 +29,6 @@ protected:
     RunLoop& loop() { return *mLoop; }
     /// Moves the manual clock forward, rendering the mix and delivering everything due.
     void advance(double seconds);
-    double nowSeconds() const;
 
     /// Settings for a file by the URL constructor.
     static PlaySoundSettings settingsFor(const std::string& path, float pan = 0.0f,

@@ -15,13 +15,7 @@ struct VTOSoundsManagerTestAccess {
     static auto& playQueue(VTOSoundsManager& m) { return m.playQueue; }
     static const auto& voice(VTOSoundsManager& m) { return m.voice; }
     static const auto& britishVoice(VTOSoundsManager& m) { return m.britishVoice; }
-    static bool isSpeaking(VTOSoundsManager& m) { return m.isSpeaking; }
-    static const auto& thingsNeedToBeSaid(VTOSoundsManager& m) { return m.thingsNeedToBeSaid; }
-    static bool hasSpeakCompletion(VTOSoundsManager& m) { return bool(m.speakCompletion); }
-    static const auto& textCurrentlySpoken(VTOSoundsManager& m) { return m.textCurrentlySpoken; }
-    static const auto& instructionQueue(VTOSoundsManager& m) { return m.instructionQueue; }
     static SoundRecorder& soundRecorder(VTOSoundsManager& m) { return *m.soundRecorder; }
-    static const SerialQueue& accessQueue(VTOSoundsManager& m) { return m.accessQueue; }
     static SpeechSynthesizer& syntesizer(VTOSoundsManager& m) { return *m.syntesizer; }
     static void playSound(VTOSoundsManager& m, const std::optional<PlaySoundSettings>& settings,
                           Completion completion) {

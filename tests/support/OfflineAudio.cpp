@@ -1,21 +1,15 @@
 #include "support/OfflineAudio.hpp"
 
-#include <algorithm>
-#include <cmath>
-
 namespace vantelo_sounds::test {
 
 double OfflineAudio::rms(int channel, std::size_t first, std::size_t last) const {
     last = clampLast(last);
-    if (first >= last) {
-        return 0.0;
-    }
     double sum = 0.0;
     for (std::size_t f = first; f < last; ++f) {
         const double x = sample(f, channel);
         sum += x * x;
     }
-    return std::sqrt(sum / static_cast<double>(last - first));
+    return first < last ? std::sqrt(sum / static_cast<double>(last - first)) : 0.0;
 }
 
 float OfflineAudio::peak(int channel, std::size_t first, std::size_t last) const {
@@ -36,22 +30,19 @@ float OfflineAudio::maxStep(int channel, std::size_t first, std::size_t last) co
 
 double OfflineAudio::zeroCrossingFrequency(int channel, std::size_t first, std::size_t last) const {
     last = clampLast(last);
-    if (last <= first + 1) {
-        return 0.0;
-    }
     std::size_t crossings = 0;
     for (std::size_t f = first + 1; f < last; ++f) {
-        if (sample(f - 1, channel) < 0.0f && sample(f, channel) >= 0.0f) {
-            ++crossings;
-        }
+        crossings += sample(f - 1, channel) < 0.0f && sample(f, channel) >= 0.0f ? 1 : 0;
     }
-    return static_cast<double>(crossings) * 48000.0 / static_cast<double>(last - first);
+    return first < last
+               ? static_cast<double>(crossings) * 48000.0 / static_cast<double>(last - first)
+               : 0.0;
 }
 
 std::optional<std::size_t> OfflineAudio::firstNonSilentFrame(float threshold,
                                                              std::size_t from) const {
     for (std::size_t f = from; f < frames(); ++f) {
-        if (std::abs(sample(f, 0)) > threshold || std::abs(sample(f, 1)) > threshold) {
+        if (loud(f, threshold)) {
             return f;
         }
     }
@@ -60,7 +51,7 @@ std::optional<std::size_t> OfflineAudio::firstNonSilentFrame(float threshold,
 
 std::optional<std::size_t> OfflineAudio::endOfSound(float threshold) const {
     for (std::size_t f = frames(); f > 0; --f) {
-        if (std::abs(sample(f - 1, 0)) > threshold || std::abs(sample(f - 1, 1)) > threshold) {
+        if (loud(f - 1, threshold)) {
             return f;
         }
     }

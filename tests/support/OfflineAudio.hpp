@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <optional>
 #include <vector>
@@ -33,8 +35,9 @@ public:
     bool allFiniteAndInRange() const;
 
 private:
-    std::size_t clampLast(std::size_t last) const noexcept {
-        return last > frames() ? frames() : last;
+    std::size_t clampLast(std::size_t last) const noexcept { return std::min(last, frames()); }
+    bool loud(std::size_t frame, float threshold) const {
+        return std::abs(sample(frame, 0)) > threshold || std::abs(sample(frame, 1)) > threshold;
     }
 
     const std::vector<float>& mSamples;

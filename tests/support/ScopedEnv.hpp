@@ -23,11 +23,7 @@ public:
 
 private:
     void set(const std::optional<std::string>& value) const {
-        if (value) {
-            ::setenv(mName.c_str(), value->c_str(), 1);
-        } else {
-            ::unsetenv(mName.c_str());
-        }
+        value ? ::setenv(mName.c_str(), value->c_str(), 1) : ::unsetenv(mName.c_str());
     }
 
     std::string mName;

@@ -1,13 +1,10 @@
 #include "support/SoundFixtures.hpp"
 
 #include <cmath>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <numbers>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -36,23 +33,9 @@ std::vector<float> sine(double hz, double seconds, int rate, int channels, float
 
 } // namespace
 
-std::string SoundFixtures::path(const std::string& name) const {
-    return mFolder / name;
-}
-
-std::string SoundFixtures::writeBytes(const std::string& name, const std::string& bytes) {
-    return mFolder.write(name, bytes);
-}
-
 std::string SoundFixtures::readBytes(const std::string& file, std::size_t length) {
     std::ifstream in(file, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    std::string bytes = content.str();
-    if (length < bytes.size()) {
-        bytes.resize(length);
-    }
-    return bytes;
+    return std::string(std::istreambuf_iterator<char>(in), {}).substr(0, length);
 }
 
 std::string SoundFixtures::tone(const std::string& name, double hz, double seconds, int rate,
@@ -89,49 +72,48 @@ std::string SoundFixtures::encoded(const std::string& name, engine::AudioFileFor
 
 std::string SoundFixtures::bad(BadFile kind) {
     using engine::AudioFileFormat;
+    // The first half of a 2 s file of `format` (plus `extra` bytes, to cut mid-frame).
+    const auto firstHalf = [this](const std::string& name, AudioFileFormat format,
+                                  std::size_t extra,
+                                  const engine::AudioFileWriter::Options& options = {}) {
+        const std::string bytes =
+            readBytes(encoded("whole-" + name, format, 440, 2.0, 48000, 1, 0.5f, options));
+        return writeBytes(name, bytes.substr(0, bytes.size() / 2 + extra));
+    };
+    const auto symlink = [this](const std::string& name, const std::string& to) {
+        std::error_code ignored;
+        fs::create_symlink(to, path(name), ignored);
+        return path(name);
+    };
     switch (kind) {
     case BadFile::missing:
         return path("missing.wav");
     case BadFile::empty:
         return writeBytes("empty.wav", "");
-    case BadFile::directory: {
-        const std::string target = path("x.wav");
-        fs::create_directories(target);
-        return target;
-    }
-    case BadFile::fifo: {
-        const std::string target = path("fifo.wav");
-        if (::access(target.c_str(), F_OK) != 0 && ::mkfifo(target.c_str(), 0600) != 0) {
+    case BadFile::directory:
+        fs::create_directories(path("x.wav"));
+        return path("x.wav");
+    case BadFile::fifo:
+        if (::access(path("fifo.wav").c_str(), F_OK) != 0 &&
+            ::mkfifo(path("fifo.wav").c_str(), 0600) != 0) {
             ADD_FAILURE() << "cannot make a FIFO";
         }
-        return target;
-    }
+        return path("fifo.wav");
     case BadFile::text:
         return writeBytes("text.wav", "This is not a sound file, just a line of text.\n"
                                       "And another one, to make it look like a document.\n");
-    case BadFile::truncatedWav: {
-        const std::string whole = tone("whole-for-cut.wav", 440, 2.0);
-        const std::string bytes = readBytes(whole);
-        return writeBytes("truncated.wav", bytes.substr(0, 44 + 48000 * 2 + 1));
-    }
-    case BadFile::truncatedMp3: {
-        const std::string whole = encoded("whole-for-cut.mp3", AudioFileFormat::mp3, 440, 2.0);
-        const std::string bytes = readBytes(whole);
-        return writeBytes("truncated.mp3", bytes.substr(0, bytes.size() / 2 + 77));
-    }
-    case BadFile::truncatedM4a: {
-        const std::string whole = encoded("whole-for-cut.m4a", AudioFileFormat::m4a, 440, 2.0);
-        const std::string bytes = readBytes(whole);
-        return writeBytes("truncated.m4a", bytes.substr(0, bytes.size() / 2));
-    }
+    case BadFile::truncatedWav: // cut mid-sample at 1 s
+        return writeBytes("truncated.wav",
+                          readBytes(tone("whole-truncated.wav", 440, 2.0), 44 + 48000 * 2 + 1));
+    case BadFile::truncatedMp3:
+        return firstHalf("truncated.mp3", AudioFileFormat::mp3, 77);
+    case BadFile::truncatedM4a:
+        return firstHalf("truncated.m4a", AudioFileFormat::m4a, 0);
     case BadFile::truncatedFragmentedM4a: {
         engine::AudioFileWriter::Options options;
         options.fragmented = true;
         options.fragmentSeconds = 0.25;
-        const std::string whole = encoded("whole-for-cut-frag.m4a", AudioFileFormat::m4a, 440, 2.0,
-                                          48000, 1, 0.5f, options);
-        const std::string bytes = readBytes(whole);
-        return writeBytes("truncated-frag.m4a", bytes.substr(0, bytes.size() / 2));
+        return firstHalf("truncated-frag.m4a", AudioFileFormat::m4a, 0, options);
     }
     case BadFile::concatScript:
         tone("listed.wav", 440, 1.0);
@@ -142,10 +124,9 @@ std::string SoundFixtures::bad(BadFile kind) {
                                           "listed.wav\n#EXT-X-ENDLIST\n");
     case BadFile::colonPath:
         return tone("a:b.wav", 440, 1.0);
-    case BadFile::mp3NamedWav: {
-        const std::string mp3 = encoded("real.mp3", AudioFileFormat::mp3, 440, 1.0);
-        return writeBytes("mp3-inside.wav", readBytes(mp3));
-    }
+    case BadFile::mp3NamedWav:
+        return writeBytes("mp3-inside.wav",
+                          readBytes(encoded("real.mp3", AudioFileFormat::mp3, 440, 1.0)));
     case BadFile::wavRateZero:
         return writeBytes("rate0.wav",
                           WavFile::header(WavFile::kPcm, 1, 0, 16, 4000) + std::string(4000, '\0'));
@@ -161,45 +142,29 @@ std::string SoundFixtures::bad(BadFile kind) {
                           WavFile::header(WavFile::kPcm, 1, 48000, 16, 0xFFFFFFF0u) +
                               std::string(56, '\x10'));
     case BadFile::m4aOnlyFtyp: {
-        const std::string m4a = encoded("for-ftyp.m4a", AudioFileFormat::m4a, 440, 0.5);
-        const std::string bytes = readBytes(m4a);
-        const auto size = (static_cast<std::size_t>(static_cast<unsigned char>(bytes[0])) << 24) |
-                          (static_cast<std::size_t>(static_cast<unsigned char>(bytes[1])) << 16) |
-                          (static_cast<std::size_t>(static_cast<unsigned char>(bytes[2])) << 8) |
-                          static_cast<std::size_t>(static_cast<unsigned char>(bytes[3]));
+        const std::string bytes =
+            readBytes(encoded("for-ftyp.m4a", AudioFileFormat::m4a, 440, 0.5));
         EXPECT_EQ(bytes.substr(4, 4), "ftyp");
-        return writeBytes("only-ftyp.m4a", bytes.substr(0, std::min(size, bytes.size())));
+        std::size_t size = 0; // the box's big-endian size, its first four bytes
+        for (int i = 0; i < 4; ++i) {
+            size = size << 8 | static_cast<unsigned char>(bytes[static_cast<std::size_t>(i)]);
+        }
+        return writeBytes("only-ftyp.m4a", bytes.substr(0, size));
     }
     case BadFile::protectedM4p: {
-        const std::string m4a = encoded("for-drm.m4a", AudioFileFormat::m4a, 440, 0.5);
-        std::string bytes = readBytes(m4a);
+        std::string bytes = readBytes(encoded("for-drm.m4a", AudioFileFormat::m4a, 440, 0.5));
         // The sample entry's format names the protection scheme instead of the codec.
         const std::size_t at = bytes.find("mp4a");
         EXPECT_NE(at, std::string::npos);
-        if (at != std::string::npos) {
-            bytes.replace(at, 4, "drms");
-        }
-        return writeBytes("protected.m4p", bytes);
+        return writeBytes("protected.m4p",
+                          at == std::string::npos ? bytes : bytes.replace(at, 4, "drms"));
     }
-    case BadFile::danglingSymlink: {
-        const std::string target = path("dangling.wav");
-        std::error_code ignored;
-        fs::create_symlink(path("nowhere.wav"), target, ignored);
-        return target;
-    }
-    case BadFile::symlinkLoop: {
-        const std::string target = path("loop.wav");
-        std::error_code ignored;
-        fs::create_symlink(target, target, ignored);
-        return target;
-    }
-    case BadFile::symlinkToSound: {
-        const std::string real = tone("symlinked-real.wav", 440, 1.0);
-        const std::string target = path("link.wav");
-        std::error_code ignored;
-        fs::create_symlink(real, target, ignored);
-        return target;
-    }
+    case BadFile::danglingSymlink:
+        return symlink("dangling.wav", path("nowhere.wav"));
+    case BadFile::symlinkLoop:
+        return symlink("loop.wav", path("loop.wav"));
+    case BadFile::symlinkToSound:
+        return symlink("link.wav", tone("symlinked-real.wav", 440, 1.0));
     }
     return path("unknown");
 }

@@ -44,7 +44,7 @@ public:
     /// The temporary folder, without a trailing slash.
     std::string dir() const { return mFolder.path(); }
     /// dir() + "/" + name.
-    std::string path(const std::string& name) const;
+    std::string path(const std::string& name) const { return mFolder / name; }
 
     /// A sine WAV written directly (no FFmpeg): `channels` copies of the same tone.
     std::string tone(const std::string& name, double hz, double seconds, int rate = 48000,
@@ -60,7 +60,9 @@ public:
     std::string bad(BadFile kind);
 
     /// Writes `bytes` to dir()/name, replacing it; returns the path.
-    std::string writeBytes(const std::string& name, const std::string& bytes);
+    std::string writeBytes(const std::string& name, const std::string& bytes) {
+        return mFolder.write(name, bytes);
+    }
     /// The first `length` bytes of the file at `path`.
     static std::string readBytes(const std::string& path, std::size_t length = std::string::npos);
 

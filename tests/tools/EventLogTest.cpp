@@ -62,15 +62,12 @@ TEST_F(EventLogTest, AbsentValuesAreNullAndBytesThatAreNotUtf8StillGiveJson) {
 }
 
 /// A category that names itself like the library's own error types.
-class NamedCategory : public std::error_category {
-public:
-    explicit NamedCategory(const char* name)
-        : mName(name) {}
-    const char* name() const noexcept override { return mName; }
+struct NamedCategory : std::error_category {
+    explicit NamedCategory(const char* text)
+        : categoryName(text) {}
+    const char* name() const noexcept override { return categoryName; }
     std::string message(int) const override { return "test"; }
-
-private:
-    const char* mName;
+    const char* categoryName;
 };
 
 TEST(ErrorCaseNameTest, NamesTheLibrarysCasesAndKeepsAnyOtherErrorReadable) {

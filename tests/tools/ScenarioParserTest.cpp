@@ -36,13 +36,9 @@ struct InvalidCase : vantelo_sounds::test::NamedCase {
 // clang-format off
 const std::vector<InvalidCase> kInvalidCases{
     {"BadJson", R"({"duration": 5,})", "invalid JSON", "line 1"},
-    {"TruncatedJson", R"({"duration": 5, "steps": [)", "invalid JSON", "parse error"},
-    {"EmptyFile", "", "invalid JSON", "end of input"},
     {"NumberOverflow", R"({"duration": 1e400})", "invalid JSON", "1e400"},
     {"TopLevelArray", "[1, 2]", "scenario.json: expected a JSON object", "array"},
     {"MissingDuration", R"({"steps": []})", "duration", "missing required field"},
-    {"DurationText", R"({"duration": "6s"})", "duration", R"(got "6s")"},
-    {"NegativeDuration", R"({"duration": -1})", "duration", "got -1"},
     {"HugeDuration", R"({"duration": 1e9})", "duration", "3600"},
     {"UnknownTopLevel", file(R"("durration": 2)"), "durration", "unknown field"},
     {"StepsNotArray", file(R"("steps": {})"), "steps", "an object"},
@@ -56,10 +52,8 @@ const std::vector<InvalidCase> kInvalidCases{
      "got -0.5"},
     {"AtAfterEnd", R"({"duration": 5, "steps": [{"at": 7, "do": "shutup"}]})", "steps[0].at",
      "after the scenario ends"},
-    {"UnknownStepField", step("play", R"("file": "a.wav", "colour": "red")"), "steps[1].colour",
-     R"(unknown field for a "play" step)"},
     {"FieldOfOtherStep", step("stop", R"("file": "a.wav", "volume": 1)"), "steps[1].volume",
-     "unknown field"},
+     R"(unknown field for a "stop" step)"},
     {"VolumeText", step("play", R"("file": "a.wav", "volume": "loud")"), "steps[1].volume",
      R"(expected a number, got "loud")"},
     {"PanBeyondFloat", step("play", R"("file": "a.wav", "pan": 1e39)"), "steps[1].pan",
@@ -68,26 +62,14 @@ const std::vector<InvalidCase> kInvalidCases{
      "expected true or false"},
     {"PlayWithoutFile", step("play"), "steps[1].file", "missing required field"},
     {"EmptyPath", step("play", R"("file": "")"), "steps[1].file", "empty"},
-    {"StopWithoutFile", step("stop"), "steps[1].file", "missing"},
-    {"ResourceWithoutExt", step("playResource", R"("name": "beep")"), "steps[1].ext", "missing"},
-    {"SpeakWithoutText", step("speak"), "steps[1].text", "missing"},
-    {"SpeakNumber", step("speakBritish", R"("text": 3)"), "steps[1].text", "expected a string"},
-    {"TagNumber", step("speak", R"("text": "a", "tag": 3)"), "steps[1].tag", "expected a string"},
-    {"InstructionsWithoutList", step("instructions"), "steps[1].list", "missing"},
     {"InstructionWithoutText", step("instructions", R"("list": [{"clip": "a.wav"}])"),
      "steps[1].list[0].text", "missing"},
     {"InstructionUnknownField", step("instructions", R"("list": [{"text": "a", "x": 1}])"),
      "steps[1].list[0].x", "unknown field"},
-    {"InterruptionWithoutType", step("interruption"), "steps[1].type", "missing"},
-    {"InterruptionNegativeType", step("interruption", R"("type": -1)"), "steps[1].type",
-     "whole number"},
     {"InterruptionFractionOptions", step("interruption", R"("type": 0, "options": 1.5)"),
      "steps[1].options", "whole number"},
-    {"RecordingWithoutMaxDuration", step("startRecording"), "steps[1].maxDuration", "missing"},
     {"BadRecordPermission", file(R"("recordPermission": "maybe")"), "recordPermission",
      R"(got "maybe")"},
-    {"BadPermissionAnswer", file(R"("permissionAnswer": true)"), "permissionAnswer",
-     "expected a string"},
     {"PermissionAnswerWord", file(R"("permissionAnswer": "yes")"), "permissionAnswer",
      R"("grant" or "refuse")"},
     {"MicrophoneMixedForms", file(R"("microphone": {"tone": 440, "file": "a.wav"})"),
@@ -125,9 +107,7 @@ TEST_P(ScenarioParserInvalidTest, NamesFileFieldAndProblemOnOneLine) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, ScenarioParserInvalidTest, ::testing::ValuesIn(kInvalidCases),
-                         [](const ::testing::TestParamInfo<InvalidCase>& param) {
-                             return std::string(param.param.name);
-                         });
+                         vantelo_sounds::test::CaseName());
 
 ScenarioStep makeStep(std::size_t index, double at, ScenarioStep::Action action) {
     ScenarioStep step;
@@ -182,27 +162,17 @@ TEST(ScenarioParserTest, FullExampleKeepsEveryValueAndFileOrder) {
     EXPECT_EQ(s.steps, steps);
 }
 
-TEST(ScenarioParserTest, OmittedFieldsTakeTheirDefaults) {
-    const auto result = parse(R"({"duration": 0, "steps": [
-        {"at": 0, "do": "play", "file": "a.wav"}, {"at": 0, "do": "interruption", "type": 1}]})");
+TEST(ScenarioParserTest, OmittedFieldsTakeTheirDefaultsAndAnEmptyVoiceListIsKept) {
+    const auto result = parse(R"({"duration": 0, "voices": [], "microphone": {"file": "m.wav"},
+        "steps": [{"at": 0, "do": "play", "file": "a.wav"}]})");
     ASSERT_TRUE(result) << result.failure().detail;
-    const Scenario& s = *result;
-    EXPECT_EQ(s.bundle, kFolder);
-    EXPECT_FALSE(s.localizations.has_value());
-    EXPECT_FALSE(s.voices.has_value()); // every installed voice
-    EXPECT_EQ(s.recordPermission, Scenario::RecordPermission::undetermined);
-    EXPECT_FALSE(s.grantPermission);
-    EXPECT_EQ(s.microphone.kind, MicrophoneSignal::Kind::silence);
-    EXPECT_EQ(s.steps[0].pan, 0.0);
-    EXPECT_EQ(s.steps[0].volume, 0.75);
-    EXPECT_FALSE(s.steps[0].loop || s.steps[0].queued || s.steps[0].tag);
-    EXPECT_FALSE(s.steps[1].options.has_value());
-
-    const auto noVoices =
-        parse(R"({"duration": 1, "voices": [], "microphone": {"file": "m.wav"}})");
-    ASSERT_TRUE(noVoices) << noVoices.failure().detail;
-    EXPECT_EQ(noVoices->voices, std::vector<std::string>{});
-    EXPECT_EQ(noVoices->microphone.path, "/scenes/m.wav");
+    EXPECT_EQ(result->bundle, kFolder);
+    EXPECT_EQ(result->voices, std::vector<std::string>{}); // no voice, unlike an absent list
+    EXPECT_EQ(result->microphone.path, "/scenes/m.wav");
+    ScenarioStep play = makeStep(0, 0.0, ScenarioStep::Action::play); // pan 0, volume 0.75
+    play.file = "/scenes/a.wav";
+    EXPECT_EQ(result->steps, std::vector<ScenarioStep>{play});
+    EXPECT_FALSE(parse(R"({"duration": 1})")->voices.has_value()); // every installed voice
 }
 
 } // namespace
