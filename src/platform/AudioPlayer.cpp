@@ -1,5 +1,6 @@
 #include <optional>
 #include <string>
+#include <vantelo_sounds/ErrorCategory.hpp>
 #include <vantelo_sounds/platform/AudioPlayer.hpp>
 #include <vantelo_sounds/platform/PlaybackObserver.hpp>
 
@@ -11,33 +12,29 @@ namespace vantelo_sounds {
 
 namespace {
 
-class AudioPlayerErrorCategory final : public std::error_category {
-public:
-    const char* name() const noexcept override { return "vantelo_sounds.AudioPlayerError"; }
-    std::string message(int value) const override {
-        switch (static_cast<AudioPlayerError>(value)) {
-        case AudioPlayerError::fileNotFound:
-            return "The file does not exist.";
-        case AudioPlayerError::notARegularFile:
-            return "The path is not a regular file (a directory, FIFO, device or socket).";
-        case AudioPlayerError::notReadable:
-            return "The file cannot be read.";
-        case AudioPlayerError::notAudio:
-            return "The file holds no audio (it is empty or not a media file).";
-        case AudioPlayerError::unsupportedFormat:
-            return "The file's format or codec is not supported.";
-        case AudioPlayerError::protectedContent:
-            return "The file's audio is copy-protected.";
-        case AudioPlayerError::corrupt:
-            return "The file is damaged and cannot be decoded.";
-        case AudioPlayerError::tooLarge:
-            return "The decoded sound would not fit in the sound cache.";
-        case AudioPlayerError::notAFileURL:
-            return "The URL is not an absolute local file path.";
-        }
-        return "Unknown audio player error " + std::to_string(value) + ".";
+const char* describe(AudioPlayerError error) noexcept {
+    switch (error) {
+    case AudioPlayerError::fileNotFound:
+        return "The file does not exist.";
+    case AudioPlayerError::notARegularFile:
+        return "The path is not a regular file (a directory, FIFO, device or socket).";
+    case AudioPlayerError::notReadable:
+        return "The file cannot be read.";
+    case AudioPlayerError::notAudio:
+        return "The file holds no audio (it is empty or not a media file).";
+    case AudioPlayerError::unsupportedFormat:
+        return "The file's format or codec is not supported.";
+    case AudioPlayerError::protectedContent:
+        return "The file's audio is copy-protected.";
+    case AudioPlayerError::corrupt:
+        return "The file is damaged and cannot be decoded.";
+    case AudioPlayerError::tooLarge:
+        return "The decoded sound would not fit in the sound cache.";
+    case AudioPlayerError::notAFileURL:
+        return "The URL is not an absolute local file path.";
     }
-};
+    return nullptr;
+}
 
 // The engine's reasons, numbered alike, under the player's own category.
 AudioPlayerError toPlayerError(const std::error_code& error) noexcept {
@@ -69,7 +66,8 @@ AudioPlayerError toPlayerError(const std::error_code& error) noexcept {
 } // namespace
 
 const std::error_category& audioPlayerErrorCategory() noexcept {
-    static const AudioPlayerErrorCategory category;
+    static const EnumErrorCategory<AudioPlayerError> category("vantelo_sounds.AudioPlayerError",
+                                                              describe);
     return category;
 }
 

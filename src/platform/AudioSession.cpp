@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
+#include <vantelo_sounds/ErrorCategory.hpp>
 #include <vantelo_sounds/platform/AudioSession.hpp>
 #include <vantelo_sounds/platform/NotificationCenter.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
@@ -13,21 +14,17 @@ namespace vantelo_sounds {
 
 namespace {
 
-class AudioSessionErrorCategory final : public std::error_category {
-public:
-    const char* name() const noexcept override { return "vantelo_sounds.AudioSessionError"; }
-    std::string message(int value) const override {
-        switch (static_cast<AudioSessionError>(value)) {
-        case AudioSessionError::incompatibleCategory:
-            return "The audio session refused the category";
-        case AudioSessionError::isBusy:
-            return "The audio session refused to change its activation: the device is busy";
-        case AudioSessionError::insufficientPriority:
-            return "The audio session's priority is too low to take the device";
-        }
-        return "The audio session failed";
+const char* describe(AudioSessionError error) noexcept {
+    switch (error) {
+    case AudioSessionError::incompatibleCategory:
+        return "The audio session refused the category";
+    case AudioSessionError::isBusy:
+        return "The audio session refused to change its activation: the device is busy";
+    case AudioSessionError::insufficientPriority:
+        return "The audio session's priority is too low to take the device";
     }
-};
+    return nullptr;
+}
 
 const char* permissionWord(RecordPermission permission) {
     switch (permission) {
@@ -94,7 +91,8 @@ bool askOnTerminal() {
 } // namespace
 
 const std::error_category& audioSessionErrorCategory() noexcept {
-    static const AudioSessionErrorCategory category;
+    static const EnumErrorCategory<AudioSessionError> category("vantelo_sounds.AudioSessionError",
+                                                               describe);
     return category;
 }
 

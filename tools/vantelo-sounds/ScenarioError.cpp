@@ -1,31 +1,29 @@
 #include "ScenarioError.hpp"
 
 #include <string>
+#include <vantelo_sounds/ErrorCategory.hpp>
 
 namespace vantelo_sounds::cli {
 
 namespace {
 
-class ScenarioErrorCategory final : public std::error_category {
-public:
-    const char* name() const noexcept override { return "vantelo_sounds.ScenarioError"; }
-    std::string message(int value) const override {
-        switch (static_cast<ScenarioError>(value)) {
-        case ScenarioError::unreadable:
-            return "The scenario file cannot be read";
-        case ScenarioError::invalidJson:
-            return "The scenario is not valid JSON";
-        case ScenarioError::invalidScenario:
-            return "The scenario is invalid";
-        }
-        return "Unknown scenario error " + std::to_string(value);
+const char* describe(ScenarioError error) noexcept {
+    switch (error) {
+    case ScenarioError::unreadable:
+        return "The scenario file cannot be read";
+    case ScenarioError::invalidJson:
+        return "The scenario is not valid JSON";
+    case ScenarioError::invalidScenario:
+        return "The scenario is invalid";
     }
-};
+    return nullptr;
+}
 
 } // namespace
 
 const std::error_category& scenarioErrorCategory() noexcept {
-    static const ScenarioErrorCategory category;
+    static const EnumErrorCategory<ScenarioError> category("vantelo_sounds.ScenarioError",
+                                                           describe);
     return category;
 }
 

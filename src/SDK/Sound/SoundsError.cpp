@@ -1,25 +1,22 @@
 #include <string>
+#include <vantelo_sounds/ErrorCategory.hpp>
 #include <vantelo_sounds/SoundsError.hpp>
 
 namespace vantelo_sounds {
 
 namespace {
 
-class SoundsErrorCategory final : public std::error_category {
-public:
-    const char* name() const noexcept override { return "vantelo_sounds.SoundsError"; }
-    std::string message(int value) const override {
-        if (value == static_cast<int>(SoundsError::VoiceEngineIsUnavailableForSelectedLanguage)) {
-            return "The speech voice is unavailable for the selected language.";
-        }
-        return "Unknown sounds error " + std::to_string(value) + ".";
+const char* describe(SoundsError error) noexcept {
+    if (error == SoundsError::VoiceEngineIsUnavailableForSelectedLanguage) {
+        return "The speech voice is unavailable for the selected language.";
     }
-};
+    return nullptr;
+}
 
 } // namespace
 
 const std::error_category& soundsErrorCategory() noexcept {
-    static const SoundsErrorCategory category;
+    static const EnumErrorCategory<SoundsError> category("vantelo_sounds.SoundsError", describe);
     return category;
 }
 
