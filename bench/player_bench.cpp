@@ -41,8 +41,8 @@ std::string makeTone(const std::string& name, AudioFileFormat format, double sec
         }
     }
     AudioFileWriter writer;
-    if (writer.open(path, format, 44100, channels) || writer.write(samples.data(), frames) ||
-        writer.close()) {
+    if (!writer.open(path, format, 44100, channels) || !writer.write(samples.data(), frames) ||
+        !writer.close()) {
         std::abort();
     }
     return path;

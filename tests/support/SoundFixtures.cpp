@@ -56,15 +56,15 @@ std::string SoundFixtures::encoded(const std::string& name, engine::AudioFileFor
     const std::string target = path(name);
     const std::vector<float> samples = sine(hz, seconds, rate, channels, amplitude);
     engine::AudioFileWriter writer;
-    auto error = writer.open(target, format, rate, channels, options);
-    if (!error) {
-        error = writer.write(samples.data(), samples.size() / static_cast<std::size_t>(channels));
+    auto written = writer.open(target, format, rate, channels, options);
+    if (written) {
+        written = writer.write(samples.data(), samples.size() / static_cast<std::size_t>(channels));
     }
-    if (!error) {
-        error = writer.close();
+    if (written) {
+        written = writer.close();
     }
-    if (error) {
-        ADD_FAILURE() << "cannot make " << name << ": " << error->detail;
+    if (!written) {
+        ADD_FAILURE() << "cannot make " << name << ": " << written.failure().describe();
         return "";
     }
     return target;

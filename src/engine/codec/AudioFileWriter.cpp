@@ -97,10 +97,16 @@ std::int64_t defaultBitRate(AudioFileFormat format, int rate, int channels) {
     }
 }
 
-WriteError ffmpegFailure(const char* what, int code) {
-    std::string logged = FfmpegLog::firstError();
-    return WriteError{std::string(what) + ": " +
-                      (logged.empty() ? FfmpegLog::describe(code) : logged)};
+// FFmpeg's error codes are negated errno values where the system said no (a folder that does not
+// exist, a full disk): those keep their errno, the rest are the encoder's or the muxer's refusal.
+Failure ffmpegFailure(const char* what, int code) {
+    const std::string logged = FfmpegLog::firstError();
+    const std::string detail =
+        std::string(what) + ": " + (logged.empty() ? FfmpegLog::describe(code) : logged);
+    if (code < 0 && -code < 4096) {
+        return Failure{std::error_code(-code, std::generic_category()), detail};
+    }
+    return Failure{WriteError::encodingFailed, detail};
 }
 
 } // namespace
@@ -119,11 +125,11 @@ struct AudioFileWriter::Impl {
     std::vector<float> clean;
     bool headerWritten = false;
 
-    std::optional<WriteError> drainPackets() {
+    Expected<void> drainPackets() {
         for (;;) {
             int rc = avcodec_receive_packet(encoder.get(), packet.get());
             if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) {
-                return std::nullopt;
+                return {};
             }
             if (rc < 0) {
                 return ffmpegFailure("encoding failed", rc);
@@ -137,10 +143,10 @@ struct AudioFileWriter::Impl {
         }
     }
 
-    std::optional<WriteError> encodeFromFifo(int frames) {
+    Expected<void> encodeFromFifo(int frames) {
         ffmpeg::FramePtr frame(av_frame_alloc());
         if (!frame) {
-            return WriteError{"out of memory"};
+            return Failure{WriteError::outOfMemory, {}};
         }
         // Every field is set anew: av_frame_get_buffer needs format, rate and layout.
         frame->nb_samples = frames;
@@ -153,7 +159,7 @@ struct AudioFileWriter::Impl {
         }
         if (av_audio_fifo_read(fifo.get(), reinterpret_cast<void**>(frame->data), frames) !=
             frames) {
-            return WriteError{"internal buffer underrun"};
+            return Failure{WriteError::encodingFailed, "internal buffer underrun"};
         }
         frame->pts = nextPts;
         nextPts += frames;
@@ -164,10 +170,10 @@ struct AudioFileWriter::Impl {
         return drainPackets();
     }
 
-    std::optional<WriteError> convertIntoFifo(const float* interleaved, int frames) {
+    Expected<void> convertIntoFifo(const float* interleaved, int frames) {
         const int room = swr_get_out_samples(resampler.get(), frames);
         if (room <= 0) {
-            return std::nullopt;
+            return {};
         }
         std::uint8_t* planes[AV_NUM_DATA_POINTERS] = {};
         int lineSize = 0;
@@ -178,25 +184,25 @@ struct AudioFileWriter::Impl {
         const auto* in = reinterpret_cast<const std::uint8_t*>(interleaved);
         const int converted =
             swr_convert(resampler.get(), planes, room, interleaved ? &in : nullptr, frames);
-        std::optional<WriteError> error;
+        Expected<void> result;
         if (converted < 0) {
-            error = ffmpegFailure("conversion failed", converted);
+            result = ffmpegFailure("conversion failed", converted);
         } else if (converted > 0 &&
                    av_audio_fifo_write(fifo.get(), reinterpret_cast<void**>(planes), converted) <
                        converted) {
-            error = WriteError{"out of memory"};
+            result = Failure{WriteError::outOfMemory, {}};
         }
         av_freep(&planes[0]);
-        return error;
+        return result;
     }
 
-    std::optional<WriteError> encodeFullFrames() {
+    Expected<void> encodeFullFrames() {
         while (av_audio_fifo_size(fifo.get()) >= frameSize) {
-            if (auto error = encodeFromFifo(frameSize)) {
-                return error;
+            if (auto result = encodeFromFifo(frameSize); !result) {
+                return result;
             }
         }
-        return std::nullopt;
+        return {};
     }
 };
 
@@ -218,21 +224,23 @@ std::uint64_t AudioFileWriter::framesWritten() const noexcept {
     return mImpl ? mImpl->framesWritten : 0;
 }
 
-std::optional<WriteError> AudioFileWriter::open(const std::string& path, AudioFileFormat format,
-                                                int sampleRate, int channels,
-                                                const Options& options) {
+Expected<void> AudioFileWriter::open(const std::string& path, AudioFileFormat format,
+                                     int sampleRate, int channels, const Options& options) {
     (void)close();
     FfmpegLog::install();
     FfmpegLog::reset();
     if (channels < 1 || channels > 2) {
-        return WriteError{"channels must be 1 or 2, not " + std::to_string(channels)};
+        return Failure{WriteError::badParameters,
+                       "channels must be 1 or 2, not " + std::to_string(channels)};
     }
     if (sampleRate < 1000 || sampleRate > 384000) {
-        return WriteError{"unsupported sample rate " + std::to_string(sampleRate)};
+        return Failure{WriteError::badParameters,
+                       "unsupported sample rate " + std::to_string(sampleRate)};
     }
     const AVCodec* codec = findEncoder(format);
     if (codec == nullptr) {
-        return WriteError{std::string("no encoder for ") + extensionFor(format)};
+        return Failure{WriteError::noEncoder,
+                       std::string("no encoder for ") + extensionFor(format)};
     }
 
     auto impl = std::make_unique<Impl>();
@@ -246,7 +254,7 @@ std::optional<WriteError> AudioFileWriter::open(const std::string& path, AudioFi
 
     impl->encoder.reset(avcodec_alloc_context3(codec));
     if (!impl->encoder) {
-        return WriteError{"out of memory"};
+        return Failure{WriteError::outOfMemory, {}};
     }
     AVCodecContext* enc = impl->encoder.get();
     enc->sample_fmt = pickSampleFormat(codec);
@@ -270,7 +278,7 @@ std::optional<WriteError> AudioFileWriter::open(const std::string& path, AudioFi
 
     impl->stream = avformat_new_stream(impl->output.get(), nullptr);
     if (impl->stream == nullptr) {
-        return WriteError{"out of memory"};
+        return Failure{WriteError::outOfMemory, {}};
     }
     impl->stream->time_base = enc->time_base;
     rc = avcodec_parameters_from_context(impl->stream->codecpar, enc);
@@ -293,7 +301,7 @@ std::optional<WriteError> AudioFileWriter::open(const std::string& path, AudioFi
     impl->fifo.reset(av_audio_fifo_alloc(enc->sample_fmt, channels, impl->frameSize * 2));
     impl->packet.reset(av_packet_alloc());
     if (!impl->fifo || !impl->packet) {
-        return WriteError{"out of memory"};
+        return Failure{WriteError::outOfMemory, {}};
     }
 
     const std::string url = "file:" + path;
@@ -317,18 +325,18 @@ std::optional<WriteError> AudioFileWriter::open(const std::string& path, AudioFi
     }
     impl->headerWritten = true;
     mImpl = std::move(impl);
-    return std::nullopt;
+    return {};
 }
 
-std::optional<WriteError> AudioFileWriter::write(const float* interleaved, std::size_t frames) {
+Expected<void> AudioFileWriter::write(const float* interleaved, std::size_t frames) {
     if (!mImpl) {
-        return WriteError{"not open"};
+        return Failure{WriteError::notOpen, {}};
     }
     if (frames == 0) {
-        return std::nullopt;
+        return {};
     }
     if (interleaved == nullptr) {
-        return WriteError{"no samples"};
+        return Failure{WriteError::badParameters, "no samples"};
     }
     Impl& d = *mImpl;
     constexpr std::size_t kBlock = 8192;
@@ -343,40 +351,40 @@ std::optional<WriteError> AudioFileWriter::write(const float* interleaved, std::
                 s = 0.0f;
             }
         }
-        if (auto error = d.convertIntoFifo(d.clean.data(), static_cast<int>(n))) {
-            return error;
+        if (auto result = d.convertIntoFifo(d.clean.data(), static_cast<int>(n)); !result) {
+            return result;
         }
-        if (auto error = d.encodeFullFrames()) {
-            return error;
+        if (auto result = d.encodeFullFrames(); !result) {
+            return result;
         }
         done += n;
         d.framesWritten += n;
     }
-    return std::nullopt;
+    return {};
 }
 
-std::optional<WriteError> AudioFileWriter::close() {
+Expected<void> AudioFileWriter::close() {
     if (!mImpl) {
-        return std::nullopt;
+        return {};
     }
     std::unique_ptr<Impl> impl = std::move(mImpl);
-    std::optional<WriteError> error = impl->convertIntoFifo(nullptr, 0);
-    if (!error) {
-        error = impl->encodeFullFrames();
+    Expected<void> result = impl->convertIntoFifo(nullptr, 0);
+    if (result) {
+        result = impl->encodeFullFrames();
     }
-    if (!error && av_audio_fifo_size(impl->fifo.get()) > 0) {
-        error = impl->encodeFromFifo(av_audio_fifo_size(impl->fifo.get()));
+    if (result && av_audio_fifo_size(impl->fifo.get()) > 0) {
+        result = impl->encodeFromFifo(av_audio_fifo_size(impl->fifo.get()));
     }
-    if (!error) {
+    if (result) {
         const int rc = avcodec_send_frame(impl->encoder.get(), nullptr);
-        error = rc < 0 ? ffmpegFailure("encoding failed", rc) : impl->drainPackets();
+        result = rc < 0 ? ffmpegFailure("encoding failed", rc) : impl->drainPackets();
     }
     // The trailer is written even after an error: without it nothing at all is readable.
     const int rc = av_write_trailer(impl->output.get());
-    if (!error && rc < 0) {
-        error = ffmpegFailure("cannot finish the file", rc);
+    if (result && rc < 0) {
+        result = ffmpegFailure("cannot finish the file", rc);
     }
-    return error;
+    return result;
 }
 
 } // namespace vantelo_sounds::engine

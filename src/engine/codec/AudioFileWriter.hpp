@@ -5,15 +5,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vantelo_sounds/Expected.hpp>
 
 #include "engine/codec/AudioFileFormat.hpp"
+#include "engine/codec/WriteError.hpp"
 
 namespace vantelo_sounds::engine {
-
-/// Why writing a file failed, in words ("Permission denied", "no encoder for ogg").
-struct WriteError {
-    std::string detail;
-};
 
 /// Writes float PCM (mono or stereo, any rate) to an audio file through FFmpeg: the recorder's
 /// M4A and the test fixtures. Non-finite samples are written as silence. Used by one thread.
@@ -40,18 +37,18 @@ public:
 
     /// Creates (or truncates) the file at `path`. `channels` is 1 or 2, `sampleRate` in Hz.
     /// Opening again while open closes the previous file first.
-    std::optional<WriteError> open(const std::string& path, AudioFileFormat format, int sampleRate,
-                                   int channels, const Options& options);
-    std::optional<WriteError> open(const std::string& path, AudioFileFormat format, int sampleRate,
-                                   int channels) {
+    Expected<void> open(const std::string& path, AudioFileFormat format, int sampleRate,
+                        int channels, const Options& options);
+    Expected<void> open(const std::string& path, AudioFileFormat format, int sampleRate,
+                        int channels) {
         return open(path, format, sampleRate, channels, Options{});
     }
 
     /// Encodes `frames` interleaved frames (frames, not samples).
-    std::optional<WriteError> write(const float* interleaved, std::size_t frames);
+    Expected<void> write(const float* interleaved, std::size_t frames);
 
     /// Flushes the encoder and writes the trailer. Safe to call when not open.
-    std::optional<WriteError> close();
+    Expected<void> close();
 
     bool isOpen() const noexcept;
     /// Frames accepted by write() since open().
