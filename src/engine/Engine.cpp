@@ -32,7 +32,12 @@ Engine::Engine(std::unique_ptr<Output> output, std::size_t voices, std::size_t c
     }
     mOutput->setTap(&mTap);
     mStartResult = mOutput->start(mMixer);
-    if (!mStartResult) {
+    if (!mStartResult && mOutput->isManual()) {
+        // An offline render whose file cannot be written still renders in step with its clock;
+        // only the file is missing (a real-time stand-in would follow the wall clock instead).
+        mOutput = std::make_unique<ManualOutput>();
+        (void)mOutput->start(mMixer); // without a file it always starts
+    } else if (!mStartResult) {
         mFallback = std::make_unique<NullOutput>();
         mFallback->setTap(&mTap);
         (void)mFallback->start(mMixer); // the null output always starts

@@ -108,8 +108,11 @@ AudioSystem::AudioSystem(RunLoop& loop, OutputConfig config)
     if (!mEngine->startError().empty()) {
         if (wanted == "sdl") {
             warn("no sound device (" + mEngine->startError() + "); playing on the null output");
+        } else if (wanted == "manual") {
+            warn("cannot write the render (" + mEngine->startError() +
+                 "); rendering offline without a file");
         } else {
-            warn("cannot play on the " + wanted + " output (" + mEngine->startError() +
+            warn("cannot write the WAV file (" + mEngine->startError() +
                  "); playing on the null output");
         }
     }

@@ -34,6 +34,7 @@ TEST(AudioOutputTest, AnOfflineRenderHoldsTheClocksTimeAndMismatchedRequestsAreR
     const auto unwritable = AudioOutput::select(Kind::offline, files.path("no/such/dir/x.wav"));
     EXPECT_EQ(unwritable.error(), std::errc::no_such_file_or_directory);
     EXPECT_EQ(AudioOutput::status().error(), std::errc::no_such_file_or_directory);
+    EXPECT_EQ(AudioOutput::name(), "manual") << "still offline, in step with the manual clock";
     ASSERT_TRUE(AudioOutput::select(Kind::offline)); // leaves no stand-in output running
 }
 
