@@ -34,8 +34,9 @@ public:
     /// What happened to a real-time output, reported by pollOutput().
     enum class OutputChange { none, lost, restored };
 
-    /// Takes the output and starts it. When it cannot start, the engine falls back to the null
-    /// output and startResult() says why.
+    /// Takes the output and starts it. When it cannot start, startResult() says why and the
+    /// engine falls back: a manual output to one without a file (still in step with its clock),
+    /// any other to the real-time null output.
     explicit Engine(std::unique_ptr<Output> output, std::size_t voices = Mixer::kDefaultVoices,
                     std::size_t cacheBytes = std::size_t{256} << 20);
     ~Engine();

@@ -255,10 +255,6 @@ void AudioSystem::setVoiceParams(engine::VoiceHandle voice, engine::VoiceParams 
     mEngine->setParams(voice, params, commandFrame());
 }
 
-bool AudioSystem::isVoiceActive(engine::VoiceHandle voice) const noexcept {
-    return mEngine->isActive(voice);
-}
-
 Duration AudioSystem::advanceTo(Duration target) {
     if (!mLoop.isManual()) {
         return target;

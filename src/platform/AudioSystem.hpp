@@ -82,7 +82,6 @@ public:
     void pauseVoice(engine::VoiceHandle voice);
     void resumeVoice(engine::VoiceHandle voice);
     void setVoiceParams(engine::VoiceHandle voice, engine::VoiceParams params);
-    bool isVoiceActive(engine::VoiceHandle voice) const noexcept;
 
     /// Real time: records the mix played from the next block on into a 48 kHz stereo float WAV
     /// file at `path`, keeping at most `maxFrames` frames. Fails when the file cannot be created
