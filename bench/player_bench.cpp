@@ -65,7 +65,7 @@ void startCachedSound(benchmark::State& state) {
     for (auto _ : state) {
         for (int i = 0; i < kBatch; ++i) {
             auto data = engine.load(path);
-            auto voice = engine.start(std::move(data).value(), {0.0f, 1.0f, 0});
+            auto voice = engine.start(std::move(data).value().resident, {0.0f, 1.0f, 0});
             voices.push_back(*voice);
         }
         state.PauseTiming();
@@ -128,9 +128,9 @@ void startUndecodedAac(benchmark::State& state) {
             return;
         }
         if (state.range(0) != 0) {
-            loaded.value()->waitForFrames(ManualOutput::kBlockFrames);
+            loaded.value().resident->waitForFrames(ManualOutput::kBlockFrames);
         }
-        auto voice = engine->start(std::move(loaded).value(), {0.0f, 1.0f, 0});
+        auto voice = engine->start(std::move(loaded).value().resident, {0.0f, 1.0f, 0});
         benchmark::DoNotOptimize(voice);
         state.PauseTiming();
         engine.reset();

@@ -119,7 +119,7 @@ std::shared_ptr<const SoundData> loadOrDie(SoundCache& cache, const std::string&
         std::fprintf(stderr, "%s: %s\n", path.c_str(), loaded.failure().describe().c_str());
         std::exit(1);
     }
-    return loaded.value();
+    return loaded.value().resident; // short sounds are kept whole
 }
 
 int workload(const std::string& dir, int voices, double seconds, long startRss) {

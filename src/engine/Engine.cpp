@@ -6,7 +6,7 @@
 #include "engine/output/ManualOutput.hpp"
 #include "engine/output/NullOutput.hpp"
 #include "engine/output/OutputError.hpp"
-#include "engine/sound/SoundData.hpp"
+#include "engine/sound/FrameSource.hpp"
 
 namespace vantelo_sounds::engine {
 
@@ -54,10 +54,6 @@ Engine::~Engine() {
     // Voices still holding sound data release it here, after no thread renders any more.
 }
 
-Expected<std::shared_ptr<const SoundData>> Engine::load(const std::string& path) {
-    return mCache->load(path);
-}
-
 Engine::Slot* Engine::slotFor(VoiceHandle voice) noexcept {
     if (voice.slot >= mSlots.size() || !voice.valid()) {
         return nullptr;
@@ -80,8 +76,8 @@ bool Engine::send(MixerCommand::Kind kind, VoiceHandle voice, std::uint64_t fram
     return mMixer.send(command);
 }
 
-std::optional<VoiceHandle> Engine::start(std::shared_ptr<const SoundData> data, VoiceParams params,
-                                         std::uint64_t frame) {
+std::optional<VoiceHandle> Engine::start(std::shared_ptr<const FrameSource> data,
+                                         VoiceParams params, std::uint64_t frame) {
     if (!data || mInUse == mSlots.size()) {
         return std::nullopt;
     }
@@ -175,10 +171,10 @@ void Engine::waitForSources(std::size_t frames) {
             continue;
         }
         const VoiceHandle voice{static_cast<std::uint32_t>(index), slot.generation};
-        const std::size_t need =
-            std::min(mMixer.voicePosition(voice) + frames, slot.data->maxFrames());
+        const std::size_t need = slot.data->readyTarget(mMixer.voicePosition(voice), frames);
         while (!slot.data->isComplete() && slot.data->availableFrames() < need &&
                std::chrono::steady_clock::now() < deadline) {
+            mCache->wake(); // streams are read far faster than real time here
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
     }

@@ -19,16 +19,16 @@
 
 namespace vantelo_sounds::engine {
 
+class FrameSource;
 class ManualOutput;
-class SoundData;
 
 /// The audio engine as the control thread sees it: a mixer, the output that renders it and the
 /// decoded-sound cache. Every member function is called on the control thread (one thread).
 ///
-/// Voices are started from SoundData the engine keeps alive until their end has been taken with
-/// drainEvents(), so the audio thread never drops the last reference. Commands carry the mix
-/// frame at which they apply (MixerCommand::kNow: the next block), so that in manual time voices
-/// start and stop on exact frames.
+/// Voices are started from sources (kept sounds or streams) the engine keeps alive until their end
+/// has been taken with drainEvents(), so the audio thread never drops the last reference. Commands
+/// carry the mix frame at which they apply (MixerCommand::kNow: the next block), so that in manual
+/// time voices start and stop on exact frames.
 class Engine {
 public:
     /// What happened to a real-time output, reported by pollOutput().
@@ -43,13 +43,14 @@ public:
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
 
-    /// The decoded sound of a file, from the cache (possibly still filling).
-    Expected<std::shared_ptr<const SoundData>> load(const std::string& path);
+    /// The sound of a file, from the cache (a kept sound possibly still filling, or one that
+    /// streams).
+    Expected<LoadedSound> load(const std::string& path) { return mCache->load(path); }
     SoundCache& cache() noexcept { return *mCache; }
 
     /// Starts a voice at mix frame `frame`. Empty when every voice is in use or the command queue
     /// is full. `params` are sanitized here.
-    std::optional<VoiceHandle> start(std::shared_ptr<const SoundData> data, VoiceParams params,
+    std::optional<VoiceHandle> start(std::shared_ptr<const FrameSource> data, VoiceParams params,
                                      std::uint64_t frame = MixerCommand::kNow);
     /// Fades the voice out (a few ms) and ends it with reason `stopped`. Stale handles are ignored.
     void stop(VoiceHandle voice, std::uint64_t frame = MixerCommand::kNow);
@@ -128,7 +129,7 @@ public:
 
 private:
     struct Slot {
-        std::shared_ptr<const SoundData> data;
+        std::shared_ptr<const FrameSource> data;
         std::uint32_t generation = 0;
         bool busy = false;
         bool stopped = false;

@@ -88,7 +88,7 @@ enum class PlayerState { idle, playing, paused };
 
 struct AudioPlayer::Impl {
     std::shared_ptr<AudioSystem> system;
-    std::shared_ptr<const engine::SoundData> data;
+    engine::LoadedSound sound;
     PlayerState state = PlayerState::idle;
     engine::VoiceHandle voice{}; // the current play's voice, while not idle
     bool loopsForever = false;   // of the current play
@@ -115,7 +115,7 @@ Expected<std::shared_ptr<AudioPlayer>> AudioPlayer::create(const FileURL& url) {
         // FFmpeg's words stay in the detail; the manager prints the code's message.
         return Failure{make_error_code(toPlayerError(loaded.error())), loaded.failure().detail};
     }
-    impl->data = std::move(loaded).value();
+    impl->sound = std::move(loaded).value();
     return std::shared_ptr<AudioPlayer>(new AudioPlayer(url, std::move(impl)));
 }
 
@@ -186,11 +186,18 @@ bool AudioPlayer::play() {
             self->mImpl->voiceEnded(*self, event, at);
         }
     };
-    const auto voice = impl.system->startVoice(
-        impl.data, Impl::params(mPan, mVolume, mNumberOfLoops), std::move(onEnd), nullptr);
+    // A kept sound is shared by every play; a long one streams, each play reading it anew.
+    auto source = impl.system->engine().cache().sourceFor(impl.sound, mNumberOfLoops);
+    if (!source) {
+        impl.system->warnOnce(AudioSystem::Warning::soundMemoryFull, source.failure().detail);
+    }
+    const auto voice = source ? impl.system->startVoice(std::move(source).value(),
+                                                        Impl::params(mPan, mVolume, mNumberOfLoops),
+                                                        std::move(onEnd), nullptr)
+                              : std::nullopt;
     if (!voice) {
-        // Not even a spare voice: the sound ends at once, and its end is delivered like any
-        // other, so whoever waits for it is not left waiting for good.
+        // Not even a spare voice, or no memory for a stream: the sound ends at once, and its end
+        // is delivered like any other, so whoever waits for it is not left waiting for good.
         impl.voice = {};
         impl.state = PlayerState::playing;
         impl.system->runLoop().post([self = shared_from_this()] {
@@ -260,7 +267,11 @@ bool AudioPlayer::isPlaying() const noexcept {
 }
 
 double AudioPlayer::duration() const noexcept {
-    return static_cast<double>(mImpl->data->frames()) / engine::kMixRate;
+    const engine::LoadedSound& sound = mImpl->sound;
+    if (sound.isStreamed() || (!sound.resident->isComplete() && sound.seconds > 0)) {
+        return sound.seconds; // what the file states, known without decoding it
+    }
+    return static_cast<double>(sound.resident->frames()) / engine::kMixRate;
 }
 
 } // namespace vantelo_sounds

@@ -1,5 +1,6 @@
 #include "platform/AudioSystem.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -163,7 +164,7 @@ AudioSystem::VoiceRecord* AudioSystem::recordOf(engine::VoiceHandle voice) noexc
 }
 
 std::optional<engine::VoiceHandle>
-AudioSystem::startVoice(std::shared_ptr<const engine::SoundData> data, engine::VoiceParams params,
+AudioSystem::startVoice(std::shared_ptr<const engine::FrameSource> data, engine::VoiceParams params,
                         EndHandler onEnd, std::shared_ptr<const void> keepAlive) {
     if (mEngine->voicesInUse() - mStolenFading >= kVoiceLimit) {
         stealVoice();
@@ -209,16 +210,21 @@ void AudioSystem::stealVoice() {
     if (victim == nullptr) {
         return;
     }
-    if (!mSaidVoicesRanOut) {
-        mSaidVoicesRanOut = true;
-        warn("all " + std::to_string(kVoiceLimit) +
-             " voices are in use; new sounds take the voice of a sound nobody holds, else of the "
-             "quietest");
-    }
+    warnOnce(Warning::voicesRanOut,
+             "all " + std::to_string(kVoiceLimit) +
+                 " voices are in use; new sounds take the voice of a sound nobody holds, else of "
+                 "the quietest");
     victim->ending = true;
     victim->stolen = true;
     ++mStolenFading;
     mEngine->stop({static_cast<std::uint32_t>(victimSlot), victim->generation}, commandFrame());
+}
+
+void AudioSystem::warnOnce(Warning warning, const std::string& text) {
+    if (std::find(mWarned.begin(), mWarned.end(), warning) == mWarned.end()) {
+        mWarned.push_back(warning);
+        warn(text);
+    }
 }
 
 void AudioSystem::setKeepAlive(engine::VoiceHandle voice, std::shared_ptr<const void> keepAlive) {

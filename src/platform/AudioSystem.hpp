@@ -73,9 +73,13 @@ public:
     /// is held until then (a player whose callback must still come). Empty only when not even a
     /// spare slot is left (more than kSpareVoices starts within one block with every voice busy)
     /// or the command queue is full.
-    std::optional<engine::VoiceHandle> startVoice(std::shared_ptr<const engine::SoundData> data,
+    std::optional<engine::VoiceHandle> startVoice(std::shared_ptr<const engine::FrameSource> data,
                                                   engine::VoiceParams params, EndHandler onEnd,
                                                   std::shared_ptr<const void> keepAlive);
+    /// What the audio system says once on standard error, the first time it happens.
+    enum class Warning { voicesRanOut, soundMemoryFull };
+    void warnOnce(Warning warning, const std::string& text);
+
     /// Replaces what a started voice keeps alive (nullptr: nothing). Stale handles are ignored.
     void setKeepAlive(engine::VoiceHandle voice, std::shared_ptr<const void> keepAlive);
     void stopVoice(engine::VoiceHandle voice);
@@ -132,7 +136,7 @@ private:
     std::vector<VoiceRecord> mVoices;
     std::uint64_t mStarts = 0;
     std::size_t mStolenFading = 0; // stolen voices whose end has not been drained yet
-    bool mSaidVoicesRanOut = false;
+    std::vector<Warning> mWarned;
 };
 
 } // namespace vantelo_sounds

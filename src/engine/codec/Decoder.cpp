@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <sys/stat.h>
@@ -16,6 +17,7 @@
 #include "engine/codec/FileCheck.hpp"
 #include "engine/codec/GaplessTrim.hpp"
 #include "engine/codec/Resampler.hpp"
+#include "engine/sound/FrameSink.hpp"
 #include "engine/sound/SoundData.hpp"
 
 namespace vantelo_sounds::engine {
@@ -29,6 +31,11 @@ constexpr const char* kDemuxerWhitelist =
     "wav,mp3,mov,mp4,m4a,3gp,3g2,mj2,ogg,flac,aac,aiff,caf,w64";
 
 constexpr int kIoBufferSize = 32 * 1024;
+// What opening may read (seeks are free): containers read their headers and, for MP3 and ADTS,
+// the first frames; a file with no audio there is refused rather than scanned to its end.
+constexpr std::uint64_t kOpenReadLimit = 256 * 1024;
+// Tags before the audio are allowed for up to this much on top.
+constexpr std::uint64_t kMaxTagAllowance = 16 * 1024 * 1024;
 // A stream of nothing but bad packets ends rather than spinning through the whole file.
 constexpr int kMaxConsecutiveErrors = 1000;
 
@@ -47,39 +54,70 @@ bool hasExtension(const std::string& path, std::string_view extension) {
 }
 
 // The file is read through our own descriptor: it was checked to be a regular file, so no
-// protocol, no path parsing and no blocking open happen inside FFmpeg.
-struct FileDescriptor {
+// protocol, no path parsing and no blocking open happen inside FFmpeg. While the file is being
+// opened, reads stop at a limit (they see the end of the file there): a demuxer that scans for a
+// frame through megabytes of junk gives up in bounded time on the caller's thread.
+struct BoundedFile {
     int fd = -1;
-    FileDescriptor() = default;
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor() {
+    std::uint64_t readSoFar = 0;
+    std::uint64_t readLimit = std::numeric_limits<std::uint64_t>::max();
+
+    BoundedFile() = default;
+    BoundedFile(const BoundedFile&) = delete;
+    BoundedFile& operator=(const BoundedFile&) = delete;
+    ~BoundedFile() {
         if (fd >= 0) {
             ::close(fd);
         }
     }
+    bool reachedLimit() const noexcept { return readSoFar >= readLimit; }
 };
 
 int readPacket(void* opaque, std::uint8_t* buffer, int size) {
-    const int fd = *static_cast<int*>(opaque);
+    auto& file = *static_cast<BoundedFile*>(opaque);
+    if (file.reachedLimit()) {
+        return AVERROR_EOF;
+    }
+    const auto wanted = static_cast<std::size_t>(
+        std::min<std::uint64_t>(static_cast<std::uint64_t>(size), file.readLimit - file.readSoFar));
     ssize_t n = 0;
     do {
-        n = ::read(fd, buffer, static_cast<std::size_t>(size));
+        n = ::read(file.fd, buffer, wanted);
     } while (n < 0 && errno == EINTR);
     if (n == 0) {
         return AVERROR_EOF;
     }
-    return n < 0 ? AVERROR(errno) : static_cast<int>(n);
+    if (n < 0) {
+        return AVERROR(errno);
+    }
+    file.readSoFar += static_cast<std::uint64_t>(n);
+    return static_cast<int>(n);
 }
 
 std::int64_t seekFile(void* opaque, std::int64_t offset, int whence) {
-    const int fd = *static_cast<int*>(opaque);
+    const int fd = static_cast<BoundedFile*>(opaque)->fd;
     if (whence & AVSEEK_SIZE) {
         struct stat st {};
         return ::fstat(fd, &st) == 0 ? static_cast<std::int64_t>(st.st_size) : AVERROR(errno);
     }
     const off_t position = ::lseek(fd, static_cast<off_t>(offset), whence & ~AVSEEK_FORCE);
     return position < 0 ? AVERROR(errno) : static_cast<std::int64_t>(position);
+}
+
+// The size of an ID3v2 tag at the start of the file (header included), or 0. FFmpeg reads the
+// whole tag (cover art and all) before it looks at the audio, so the open's read limit allows for
+// it, up to a point.
+std::uint64_t id3v2TagBytes(int fd) {
+    unsigned char head[10] = {};
+    if (::pread(fd, head, sizeof head, 0) != static_cast<ssize_t>(sizeof head) ||
+        std::memcmp(head, "ID3", 3) != 0) {
+        return 0;
+    }
+    const std::uint64_t size =
+        (std::uint64_t{head[6]} & 0x7f) << 21 | (std::uint64_t{head[7]} & 0x7f) << 14 |
+        (std::uint64_t{head[8]} & 0x7f) << 7 | (std::uint64_t{head[9]} & 0x7f);
+    const bool footer = (head[5] & 0x10) != 0;
+    return size + 10 + (footer ? 10 : 0);
 }
 
 // The allowed containers whose first bytes say exactly what they are. Recognising them here
@@ -148,7 +186,7 @@ struct Decoder::Impl {
     SoundInfo info;
     // Declaration order is destruction order reversed: the format context goes before the I/O
     // context it reads through, and that before the descriptor.
-    FileDescriptor file;
+    BoundedFile file;
     ffmpeg::IoContextPtr io;
     const AVInputFormat* container = nullptr;
     ffmpeg::InputContextPtr format;
@@ -160,6 +198,7 @@ struct Decoder::Impl {
     std::optional<GaplessTrim> trim;
     std::optional<Resampler> resampler;
 
+    std::uint64_t fileBytes = 0;
     bool inputEnded = false; // the flush packet was sent
     bool decoderDrained = false;
     bool ended = false;
@@ -196,6 +235,8 @@ Expected<void> Decoder::Impl::openFile() {
     if (::fstat(file.fd, &st) == 0 && st.st_size == 0) {
         return Failure{OpenError::notAudio, "The file is empty"};
     }
+    fileBytes = static_cast<std::uint64_t>(st.st_size);
+    file.readLimit = kOpenReadLimit + std::min(id3v2TagBytes(file.fd), kMaxTagAllowance);
     return {};
 }
 
@@ -205,7 +246,7 @@ Expected<void> Decoder::Impl::makeReader() {
         return Failure{OpenError::notReadable, "Out of memory"};
     }
     AVIOContext* context =
-        avio_alloc_context(buffer, kIoBufferSize, 0, &file.fd, readPacket, nullptr, seekFile);
+        avio_alloc_context(buffer, kIoBufferSize, 0, &file, readPacket, nullptr, seekFile);
     if (context == nullptr) {
         av_free(buffer);
         return Failure{OpenError::notReadable, "Out of memory"};
@@ -219,7 +260,8 @@ Expected<void> Decoder::Impl::recogniseContainer() {
     container = bySignature(file.fd);
     int rc = 0;
     if (container == nullptr) {
-        rc = av_probe_input_buffer2(io.get(), &container, url.c_str(), nullptr, 0, 0);
+        rc = av_probe_input_buffer2(io.get(), &container, url.c_str(), nullptr, 0,
+                                    static_cast<unsigned>(kOpenReadLimit));
     }
     if (rc < 0 || container == nullptr) {
         if (rc == AVERROR_INVALIDDATA || container == nullptr) {
@@ -339,6 +381,18 @@ void Decoder::Impl::describe() {
     }
     if (!std::isfinite(info.durationEstimate) || info.durationEstimate < 0) {
         info.durationEstimate = 0;
+    }
+    // Uncompressed audio cannot hold more than the file's bytes: a header that says more (a
+    // size field of 0xFFFFFFFF, a file cut short) or nothing at all is corrected from them.
+    if (params->block_align > 0 && av_get_bits_per_sample(params->codec_id) > 0) {
+        const std::int64_t start = std::max<std::int64_t>(avio_tell(format->pb), 0);
+        const std::uint64_t bytes = fileBytes - std::min<std::uint64_t>(fileBytes, start);
+        const double held =
+            static_cast<double>(bytes / static_cast<std::uint64_t>(params->block_align)) /
+            params->sample_rate;
+        if (info.durationEstimate == 0 || held < info.durationEstimate) {
+            info.durationEstimate = held;
+        }
     }
 }
 
@@ -476,14 +530,20 @@ Expected<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
                             &Impl::openDemuxer, &Impl::findAudioStream, &Impl::refuseProtected,
                             &Impl::findCodec, &Impl::checkParameters}) {
         if (auto done = (impl.get()->*step)(); !done) {
+            if (impl->file.reachedLimit()) {
+                return Failure{OpenError::notAudio, "no audio found in the first " +
+                                                        std::to_string(kOpenReadLimit / 1024) +
+                                                        " KB (" + done.failure().detail + ")"};
+            }
             return done.failure();
         }
     }
     impl->describe();
+    impl->file.readLimit = std::numeric_limits<std::uint64_t>::max(); // decoding reads it all
     return std::unique_ptr<Decoder>(new Decoder(std::move(impl)));
 }
 
-std::size_t Decoder::decodeInto(SoundData& out, std::size_t maxFrames) {
+std::size_t Decoder::decodeInto(FrameSink& out, std::size_t maxFrames) {
     Impl& d = *mImpl;
     std::size_t done = 0;
     while (done < maxFrames && !d.ended) {

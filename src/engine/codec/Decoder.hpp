@@ -10,7 +10,7 @@
 
 namespace vantelo_sounds::engine {
 
-class SoundData;
+class FrameSink;
 
 /// Decodes one local sound file to 32-bit float interleaved PCM at kMixRate. A mono source stays
 /// mono at full level; anything with two or more channels comes out as stereo. A sound has the
@@ -25,18 +25,19 @@ public:
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
 
-    /// Opens and probes `path`; decodes nothing yet. Cheap (a stat, a probe, the header): the
-    /// codec is opened by the first decodeInto(), where a failure to open it shows in outcome().
+    /// Opens and probes `path`; decodes nothing yet. Cheap and bounded whatever the file holds:
+    /// a stat, a probe and the header, reading at most 256 KB (plus a leading ID3 tag). The codec
+    /// is opened by the first decodeInto(), where a failure to open it shows in outcome().
     static Expected<std::unique_ptr<Decoder>> open(const std::string& path);
 
     const SoundInfo& info() const noexcept;
 
     /// Decodes and appends up to `maxFrames` frames to `out` (whose channel count must be
     /// info().channels). Returns the frames appended; 0 with atEnd() true at the end. When `out`
-    /// is full (its maxFrames reached) decoding ends there (tooLarge). A decode error part-way
-    /// skips the bad packet (corrupt); a read error ends the stream (notReadable).
-    /// Does not call out.finish(): the caller does, with outcome().hasValue().
-    std::size_t decodeInto(SoundData& out, std::size_t maxFrames);
+    /// takes fewer than it was given (it is full) decoding ends there (tooLarge). A decode error
+    /// part-way skips the bad packet (corrupt); a read error ends the stream (notReadable). Does
+    /// not call out.finish(): the caller does, with outcome().hasValue().
+    std::size_t decodeInto(FrameSink& out, std::size_t maxFrames);
 
     /// No more frames will come.
     bool atEnd() const noexcept;

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "engine/mix/MixKernel.hpp"
-#include "engine/sound/SoundData.hpp"
+#include "engine/sound/FrameSource.hpp"
 
 namespace vantelo_sounds::engine {
 

@@ -6,7 +6,7 @@
 #include <numbers>
 
 #include "engine/mix/MixKernel.hpp"
-#include "engine/sound/SoundData.hpp"
+#include "engine/sound/FrameSource.hpp"
 
 namespace vantelo_sounds::engine {
 
@@ -34,11 +34,14 @@ void Voice::gainsFor(const VoiceParams& params, bool stereo, float out[2]) noexc
     out[1] = exactGain(volume * std::sin(angle));
 }
 
-void Voice::start(const SoundData* source, std::uint32_t gen, const VoiceParams& params) noexcept {
+void Voice::start(const FrameSource* source, std::uint32_t gen,
+                  const VoiceParams& params) noexcept {
     data = source;
     generation = gen;
     position = 0;
-    if (params.loops < 0) {
+    if (source->repeatsItself()) {
+        passesLeft = 1; // the source's frames are every pass already
+    } else if (params.loops < 0) {
         passesLeft = -1;
     } else {
         passesLeft = params.loops == std::numeric_limits<std::int64_t>::max() ? params.loops
@@ -209,6 +212,7 @@ bool Voice::mix(float* out, std::size_t frames, std::size_t& endOffset,
         }
         position += n;
         done += n;
+        data->releaseBefore(position);
 
         if (envelopeLeft == 0 && envelope == 0.0f) {
             if (state == State::stopping) {

@@ -8,7 +8,7 @@
 
 namespace vantelo_sounds::engine {
 
-class SoundData;
+class FrameSource;
 
 /// One playing sound inside the mixer. Lives in the mixer's fixed pool and is touched only by the
 /// audio thread. Its loudness is two ramps multiplied: the parameter gains (pan and volume, ramped
@@ -24,7 +24,7 @@ struct Voice {
 
     State state = State::free;
     std::uint32_t generation = 0;
-    const SoundData* data = nullptr;
+    const FrameSource* data = nullptr;
     std::size_t position = 0;    ///< next frame of `data` to play
     std::int64_t passesLeft = 1; ///< passes still to play, the current one included; < 0: forever
 
@@ -41,7 +41,7 @@ struct Voice {
     /// Left and right gains of `params` for a mono (constant-power pan) or stereo (balance) source.
     static void gainsFor(const VoiceParams& params, bool stereo, float out[2]) noexcept;
 
-    void start(const SoundData* source, std::uint32_t gen, const VoiceParams& params) noexcept;
+    void start(const FrameSource* source, std::uint32_t gen, const VoiceParams& params) noexcept;
     void setParams(const VoiceParams& params) noexcept;
     void fadeTo(float target, std::uint32_t frames) noexcept;
 

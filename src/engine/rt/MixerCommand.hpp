@@ -8,7 +8,7 @@
 
 namespace vantelo_sounds::engine {
 
-class SoundData;
+class FrameSource;
 
 /// A change sent from the control thread to the audio thread. Plain data: the audio thread copies
 /// it out of the queue and never owns anything through it (the sender keeps `data` alive until the
@@ -24,8 +24,8 @@ struct MixerCommand {
     /// The mix frame at which the change takes effect (frames since the mixer started). A frame
     /// already rendered means "at once".
     std::uint64_t frame = kNow;
-    VoiceParams params;              ///< start, setParams
-    const SoundData* data = nullptr; ///< start
+    VoiceParams params;                ///< start, setParams
+    const FrameSource* data = nullptr; ///< start
 };
 
 } // namespace vantelo_sounds::engine

@@ -76,6 +76,10 @@ const float* SoundData::framesAt(std::size_t frame, std::size_t& contiguous) con
     return mChunks[chunk].get() + offset * static_cast<std::size_t>(mChannels);
 }
 
+std::size_t SoundData::readyTarget(std::size_t position, std::size_t frames) const noexcept {
+    return std::min(position + frames, mMaxFrames);
+}
+
 std::size_t SoundData::read(std::size_t frame, float* out, std::size_t count) const noexcept {
     std::size_t done = 0;
     while (done < count) {

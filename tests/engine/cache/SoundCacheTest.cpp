@@ -1,10 +1,16 @@
-// The decoded-sound cache: hits share one sound, changed files are decoded again, eviction
-// spares sounds in use, a miss returns before decoding and then fills, and bad files leave no
-// entry. What a load costs is measured in bench/player_bench.cpp.
+// The sound cache: hits share one sound, changed files are decoded again, eviction spares sounds
+// in use, a miss returns before decoding and then fills, failures are remembered like sounds, and
+// one memory bound holds kept sounds and streams together: long sounds stream, pass after pass
+// without a seam. What a load costs is measured in bench/player_bench.cpp and
+// bench/first_play_bench.cpp.
 
 #include "engine/cache/SoundCache.hpp"
 
+#include <cmath>
+#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -12,6 +18,7 @@
 
 #include "engine/codec/OpenError.hpp"
 #include "engine/sound/SoundData.hpp"
+#include "engine/sound/SoundStream.hpp"
 #include "support/SoundFixtures.hpp"
 
 namespace vantelo_sounds::test {
@@ -34,7 +41,35 @@ protected:
     static Sound loaded(SoundCache& cache, const std::string& path) {
         auto result = cache.load(path);
         EXPECT_TRUE(result) << path << ": " << (result ? "" : result.failure().describe());
-        return result ? result.value() : nullptr;
+        EXPECT_TRUE(!result || !result.value().isStreamed()) << path << " streams";
+        return result ? result.value().resident : nullptr;
+    }
+
+    // Reads a stream as its voice would, a block at a time, until it completes (or `limit`
+    // frames), keeping the first channel.
+    static std::vector<float> drain(SoundCache& cache, const engine::FrameSource& stream,
+                                    std::size_t limit = 1u << 24) {
+        std::vector<float> heard;
+        std::size_t position = 0;
+        while (heard.size() < limit) {
+            std::size_t run = 0;
+            const float* frames = stream.framesAt(position, run);
+            if (frames == nullptr) {
+                if (stream.isComplete() && position >= stream.availableFrames()) {
+                    break;
+                }
+                cache.wake();
+                std::this_thread::yield();
+                continue;
+            }
+            run = std::min<std::size_t>(run, 1024);
+            for (std::size_t i = 0; i < run; ++i) {
+                heard.push_back(frames[i * static_cast<std::size_t>(stream.channels())]);
+            }
+            position += run;
+            stream.releaseBefore(position);
+        }
+        return heard;
     }
 };
 
@@ -59,33 +94,34 @@ TEST_F(SoundCacheTest, HitSharesTheSoundAndAChangedFileIsDecodedAgainAfterTheRec
 }
 
 TEST_F(SoundCacheTest, EvictionSparesSoundsInUseThenTakesTheLeastRecentlyUsed) {
-    SoundCache cache(bytesOfSeconds(1.0, 1) * 2); // room for two one-second mono sounds
-    const auto load = [&](const std::string& path) {
-        Sound sound = loaded(cache, path);
+    // Kept sounds may fill seven eighths of the bound: seven one-second mono sounds.
+    SoundCache cache(bytesOfSeconds(1.0, 1) * SoundCache::kResidentShare);
+    const auto load = [&](const std::string& name) {
+        const std::string path = fixtures.path(name);
+        Sound sound =
+            loaded(cache, std::filesystem::exists(path) ? path : fixtures.tone(name, 440, 1.0));
         cache.waitIdle();
         EXPECT_LE(cache.bytes(), cache.byteBudget());
         return sound;
     };
-    const auto second = [&](const std::string& name) {
-        return fixtures.tone(name, 440, 1.0);
-    };
-    const std::string heldFile = second("held.wav");
-    Sound held = load(heldFile);
+    Sound held = load("held.wav");
     std::vector<std::weak_ptr<const SoundData>> others;
-    for (int i = 0; i < 4; ++i) {
-        others.push_back(load(second("other" + std::to_string(i) + ".wav")));
+    for (int i = 0; i < 7; ++i) {
+        others.push_back(load("other" + std::to_string(i) + ".wav"));
     }
-    EXPECT_TRUE(others.front().expired()) << "unused sounds go when the budget is exceeded";
-    EXPECT_EQ(load(heldFile), held) << "the sound in use was evicted";
+    EXPECT_TRUE(others.front().expired()) << "unused sounds go when the bound is reached";
+    EXPECT_EQ(load("held.wav"), held) << "the sound in use was evicted";
     EXPECT_EQ(held->frames(), 48000u);
 
     // Once nobody holds it, it goes like any other, the least recently used first.
     std::weak_ptr<const SoundData> released = held;
     held.reset();
-    load(second("next1.wav"));
-    EXPECT_TRUE(others.back().expired());
-    EXPECT_FALSE(released.expired()) << "used more recently than other3";
-    load(second("next2.wav"));
+    for (int i = 1; i < 7; ++i) {
+        load("next" + std::to_string(i) + ".wav");
+        EXPECT_TRUE(others[i].expired());
+        EXPECT_FALSE(released.expired()) << "used more recently than other" << i;
+    }
+    load("last.wav");
     EXPECT_TRUE(released.expired());
 }
 
@@ -118,28 +154,116 @@ TEST_F(SoundCacheTest, MissReturnsBeforeDecodingThenFillsAndWhatIsPendingFailsWi
     EXPECT_TRUE(pending->failed());
 }
 
-TEST_F(SoundCacheTest, BadTooLargeAndVanishedFilesLeaveNoEntryAndAHugeClaimCostsWhatIsThere) {
-    SoundCache cache(bytesOfSeconds(1.0, 2));
-    for (const auto kind : {SoundFixtures::BadFile::missing, SoundFixtures::BadFile::fifo,
-                            SoundFixtures::BadFile::text, SoundFixtures::BadFile::concatScript}) {
+TEST_F(SoundCacheTest,
+       FailuresAreRememberedByStampAndAFileThatHoldsLessThanItsHeaderSaysCostsWhatIsThere) {
+    SoundCache cache;
+    for (const auto kind : {SoundFixtures::BadFile::missing, SoundFixtures::BadFile::fifo}) {
         EXPECT_FALSE(cache.load(fixtures.bad(kind)));
     }
-    EXPECT_EQ(cache.load(fixtures.tone("long.wav", 440, 3.0, 48000, 2)).error(),
-              OpenError::tooLarge);
-    EXPECT_EQ(cache.entries(), 0u);
+    EXPECT_EQ(cache.entries(), 0u) << "a stat is all these cost; nothing to remember";
+
+    // A bad file is answered from the table while its size and time stay: a good file put in its
+    // place with the same stamp is not even looked at, a new stamp is.
+    const std::string text = fixtures.bad(SoundFixtures::BadFile::text);
+    EXPECT_EQ(cache.load(text).error(), OpenError::notAudio);
+    struct stat before {};
+    ASSERT_EQ(::stat(text.c_str(), &before), 0);
+    const std::string good = fixtures.tone("good.wav", 440, 0.1);
+    std::filesystem::copy_file(good, text, std::filesystem::copy_options::overwrite_existing);
+    ::truncate(text.c_str(), before.st_size);
+    const timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, text.c_str(), times, 0), 0);
+    EXPECT_EQ(cache.load(text).error(), OpenError::notAudio) << "the failure was not remembered";
+    std::filesystem::copy_file(good, text, std::filesystem::copy_options::overwrite_existing);
+    EXPECT_TRUE(cache.load(text)) << "a changed file is opened again";
 
     const std::string file = fixtures.tone("vanishing.wav", 440, 0.1);
     ASSERT_TRUE(loaded(cache, file));
     std::filesystem::remove(file);
     EXPECT_EQ(cache.load(file).error(), OpenError::fileNotFound);
-    EXPECT_EQ(cache.entries(), 0u);
+    EXPECT_EQ(cache.entries(), 1u);
 
-    // A header claiming billions of samples over 28 real ones.
+    // A header claiming billions of samples over 28 real ones: its length is read from the file's
+    // size, so it is kept, not streamed, and decodes to what is there.
     const Sound huge = loaded(cache, fixtures.bad(SoundFixtures::BadFile::wavHugeDataSize));
     cache.waitIdle();
     EXPECT_TRUE(huge->isComplete());
     EXPECT_EQ(huge->frames(), 28u);
-    EXPECT_LE(cache.bytes(), bytesOfSeconds(1.0, 1));
+}
+
+TEST_F(SoundCacheTest, AJunkFileIsRefusedAfterABoundedLookWhateverItsSize) {
+    // Without the bound, FFmpeg's MP3 reader scans all of it for a frame (20 s for 2 GB).
+    const std::string sparse = fixtures.path("zeros.mp3");
+    { std::ofstream{sparse}; }
+    std::filesystem::resize_file(sparse, std::uintmax_t{1} << 30);
+    SoundCache cache;
+    const auto result = cache.load(sparse);
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.error(), OpenError::notAudio);
+    EXPECT_NE(result.failure().detail.find("first 256 KB"), std::string::npos)
+        << result.failure().detail;
+}
+
+TEST_F(SoundCacheTest, ALongSoundStreamsEachPassWithoutASeamAndEveryByteStaysWithinTheBound) {
+    // Kept sounds may take an eighth of the bound: 2 s of mono. The 4 s sound streams.
+    const std::size_t budget = bytesOfSeconds(2.0, 1) * SoundCache::kResidentShare;
+    SoundCache cache(budget);
+    const std::string file = fixtures.tone("long.wav", 375, 4.0); // whole periods: 128 frames
+    auto loadedSound = cache.load(file);
+    ASSERT_TRUE(loadedSound);
+    ASSERT_TRUE(loadedSound.value().isStreamed());
+    EXPECT_DOUBLE_EQ(loadedSound.value().seconds, 4.0);
+
+    auto source = cache.sourceFor(loadedSound.value(), 2);
+    ASSERT_TRUE(source);
+    const std::vector<float> heard = drain(cache, *source.value());
+    constexpr std::size_t kPass = 192000;
+    ASSERT_EQ(heard.size(), 3 * kPass) << "three passes, each of the file's length";
+    EXPECT_FALSE(source.value()->failed());
+    source = Failure{OpenError::tooLarge, "let go"};
+    const float ownStep = static_cast<float>(0.5 * 2.0 * M_PI * 375.0 / 48000.0) * 1.05f;
+    for (std::size_t i = 1; i < heard.size(); ++i) {
+        ASSERT_LE(std::abs(heard[i] - heard[i - 1]), ownStep) << "a step at frame " << i;
+        ASSERT_NEAR(heard[i], heard[i % kPass], 1e-4f) << "pass " << i / kPass << " differs";
+    }
+
+    // Streams live in the same bound: as many as fit next to nothing else, then a refusal, and
+    // room again once one is let go.
+    std::vector<std::shared_ptr<const engine::FrameSource>> streams;
+    for (;;) {
+        auto next = cache.sourceFor(loadedSound.value(), -1);
+        if (!next) {
+            EXPECT_EQ(next.error(), OpenError::tooLarge);
+            break;
+        }
+        streams.push_back(std::move(next).value());
+        ASSERT_LE(streams.size(), budget / (SoundCache::kStreamWindowFrames * 4));
+    }
+    cache.waitIdle();
+    EXPECT_LE(cache.bytes(), budget);
+    EXPECT_EQ(cache.liveStreams(), streams.size());
+    streams.pop_back();
+    EXPECT_TRUE(cache.sourceFor(loadedSound.value(), 0));
+}
+
+TEST_F(SoundCacheTest, SoundsInUseThatFillTheBoundMakeTheNextOneStreamNotFail) {
+    const std::size_t budget = bytesOfSeconds(1.0, 1) * SoundCache::kResidentShare;
+    SoundCache cache(budget);
+    std::vector<engine::LoadedSound> held;
+    for (int i = 0; i < 10; ++i) {
+        auto next = cache.load(fixtures.tone("held" + std::to_string(i) + ".wav", 440, 1.0));
+        ASSERT_TRUE(next);
+        held.push_back(std::move(next).value());
+        cache.waitIdle();
+        ASSERT_LE(cache.bytes(), budget);
+    }
+    // Kept sounds fill seven eighths; the rest stays for streams.
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(held[i].isStreamed(), i >= 7) << "sound " << i;
+    }
+    auto source = cache.sourceFor(held.back(), 0);
+    ASSERT_TRUE(source) << "a stream window still fits";
+    EXPECT_EQ(drain(cache, *source.value()).size(), 48000u);
 }
 
 TEST_F(SoundCacheTest, LoadsFromSeveralThreadsShareSounds) {

@@ -1,6 +1,6 @@
 // The engine with the manual output: the pool's limit, stale handles, sound data released on
-// drain, renders that wait for a slow producer. (A voice started on the frame another ended is
-// heard in AudioPlayerTest.)
+// drain, renders that wait for a slow producer, a long sound streamed through a loop. (A voice
+// started on the frame another ended is heard in AudioPlayerTest.)
 #include "engine/Engine.hpp"
 
 #include <algorithm>
@@ -12,6 +12,7 @@
 #include "engine/EngineSupport.hpp"
 #include "engine/output/ManualOutput.hpp"
 #include "support/OfflineAudio.hpp"
+#include "support/SoundFixtures.hpp"
 
 namespace vantelo_sounds::engine {
 namespace {
@@ -86,6 +87,39 @@ TEST_F(EngineTest, AManualRenderWaitsForASlowProducerSoTheMixIsTheSameEveryTime)
     EXPECT_EQ(audio.endOfSound(), 24000u);
     EXPECT_FLOAT_EQ(audio.peak(0, 100, 24000), 0.5f);
     EXPECT_NEAR(audio.rms(0, 100, 24000), 0.5, 1e-6); // no gap where the producer was slow
+}
+
+TEST(EngineStreamTest, ALongLoopStreamsEveryPassOnTimeWithoutAGapOrAClickAtTheSeam) {
+    // A bound of 4 MiB keeps sounds up to 0.5 MiB: the 4 s mono sound (0.75 MiB) streams.
+    Engine engine(std::make_unique<ManualOutput>(), Mixer::kDefaultVoices, std::size_t{4} << 20);
+    std::vector<float> samples;
+    engine.manualOutput()->setCapture(&samples);
+    test::SoundFixtures fixtures;
+    auto sound = engine.load(fixtures.tone("ambience.wav", 375, 4.0, 48000, 1, 0.5f));
+    ASSERT_TRUE(sound);
+    ASSERT_TRUE(sound.value().isStreamed());
+    auto source = engine.cache().sourceFor(sound.value(), 2);
+    ASSERT_TRUE(source);
+    ASSERT_TRUE(engine.start(std::move(source).value(), {0.0f, 1.0f, 2}));
+
+    std::optional<VoiceEnded> ended;
+    while (!ended && engine.renderedFrame() < 20 * kMixRate) {
+        engine.renderUntil(engine.renderedFrame() + kMixRate);
+        engine.drainEvents([&](const VoiceEnded& event) { ended = event; });
+    }
+    ASSERT_TRUE(ended);
+    EXPECT_EQ(ended->reason, VoiceEnded::Reason::finished);
+    EXPECT_EQ(ended->frame, 3u * 192000u) << "three passes of 4 s, not a frame more or less";
+    const OfflineAudio audio(samples);
+    const float ownStep = static_cast<float>(0.5 * 0.7072 * 2.0 * M_PI * 375.0 / 48000.0) * 1.05f;
+    EXPECT_LE(audio.maxStep(0, Voice::kStartRampFrames, 3 * 192000), ownStep) << "a click";
+    for (std::size_t pass = 0; pass < 3; ++pass) {
+        const std::size_t seam = pass * 192000;
+        EXPECT_NEAR(audio.rms(0, seam + 4800, seam + 192000 - 4800), 0.5 * 0.7072 / std::sqrt(2.0),
+                    1e-3)
+            << "pass " << pass;
+    }
+    EXPECT_LE(engine.cache().bytes(), std::size_t{4} << 20);
 }
 
 } // namespace
