@@ -31,9 +31,11 @@ constexpr const char* kDemuxerWhitelist =
     "wav,mp3,mov,mp4,m4a,3gp,3g2,mj2,ogg,flac,aac,aiff,caf,w64";
 
 constexpr int kIoBufferSize = 32 * 1024;
-// What opening may read (seeks are free): containers read their headers and, for MP3 and ADTS,
-// the first frames; a file with no audio there is refused rather than scanned to its end.
-constexpr std::uint64_t kOpenReadLimit = 256 * 1024;
+// What opening may read (seeks are free). A file whose first bytes name its container reads its
+// header, which for a long M4A may be megabytes of tables; anything else (MP3, ADTS, or junk
+// with such a name) must show audio frames early, and is refused rather than scanned to its end.
+constexpr std::uint64_t kHeaderReadLimit = 16 * 1024 * 1024;
+constexpr std::uint64_t kScanReadLimit = 64 * 1024;
 // Tags before the audio are allowed for up to this much on top.
 constexpr std::uint64_t kMaxTagAllowance = 16 * 1024 * 1024;
 // A stream of nothing but bad packets ends rather than spinning through the whole file.
@@ -236,7 +238,7 @@ Expected<void> Decoder::Impl::openFile() {
         return Failure{OpenError::notAudio, "The file is empty"};
     }
     fileBytes = static_cast<std::uint64_t>(st.st_size);
-    file.readLimit = kOpenReadLimit + std::min(id3v2TagBytes(file.fd), kMaxTagAllowance);
+    file.readLimit = kScanReadLimit + std::min(id3v2TagBytes(file.fd), kMaxTagAllowance);
     return {};
 }
 
@@ -259,9 +261,11 @@ Expected<void> Decoder::Impl::makeReader() {
 Expected<void> Decoder::Impl::recogniseContainer() {
     container = bySignature(file.fd);
     int rc = 0;
-    if (container == nullptr) {
+    if (container != nullptr) {
+        file.readLimit = kHeaderReadLimit;
+    } else {
         rc = av_probe_input_buffer2(io.get(), &container, url.c_str(), nullptr, 0,
-                                    static_cast<unsigned>(kOpenReadLimit));
+                                    static_cast<unsigned>(file.readLimit));
     }
     if (rc < 0 || container == nullptr) {
         if (rc == AVERROR_INVALIDDATA || container == nullptr) {
@@ -531,9 +535,10 @@ Expected<std::unique_ptr<Decoder>> Decoder::open(const std::string& path) {
                             &Impl::findCodec, &Impl::checkParameters}) {
         if (auto done = (impl.get()->*step)(); !done) {
             if (impl->file.reachedLimit()) {
-                return Failure{OpenError::notAudio, "no audio found in the first " +
-                                                        std::to_string(kOpenReadLimit / 1024) +
-                                                        " KB (" + done.failure().detail + ")"};
+                return Failure{OpenError::notAudio,
+                               "no audio found in the first " +
+                                   std::to_string(impl->file.readLimit / 1024) + " KB (" +
+                                   done.failure().detail + ")"};
             }
             return done.failure();
         }

@@ -26,7 +26,8 @@ public:
     Decoder& operator=(const Decoder&) = delete;
 
     /// Opens and probes `path`; decodes nothing yet. Cheap and bounded whatever the file holds:
-    /// a stat, a probe and the header, reading at most 256 KB (plus a leading ID3 tag). The codec
+    /// a stat, a probe and the header, reading at most 64 KB (plus a leading ID3 tag) unless the
+    /// first bytes name the container, whose header may take up to 16 MB. The codec
     /// is opened by the first decodeInto(), where a failure to open it shows in outcome().
     static Expected<std::unique_ptr<Decoder>> open(const std::string& path);
 
