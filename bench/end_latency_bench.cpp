@@ -3,15 +3,21 @@
 //
 // - endToCompletion: from the moment the audio thread renders the block in which a voice ends to
 //   the moment its end handler (the player's completion path) runs on the run loop's thread.
+// - runOnceUnderFourPosters: how long one pass of the run loop lasts while four threads each post
+//   20,000 failing plays (a player for a missing file) as fast as they can.
 // - idleWakeups: how often the run loop's thread wakes while one long sound plays and nothing
 //   else happens (voluntary context switches of that thread, per second).
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <fstream>
 #include <memory>
 #include <numbers>
 #include <string>
+#include <thread>
+#include <vantelo_sounds/platform/AudioPlayer.hpp>
+#include <vantelo_sounds/platform/FileURL.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
 #include <vector>
 
@@ -96,6 +102,43 @@ void endToCompletion(benchmark::State& state) {
     state.SetLabel("block with the end rendered -> end handler ran (null output, 21.3 ms blocks)");
 }
 BENCHMARK(endToCompletion)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+void runOnceUnderFourPosters(benchmark::State& state) {
+    realTimeNullOutput();
+    RunLoop& loop = RunLoop::main();
+    const FileURL missing = FileURL::fileURLWithPath("/nonexistent/vantelo-bench.wav");
+    constexpr std::size_t kPerPoster = 20000;
+    std::atomic<int> postersDone{0};
+    std::vector<double> passesMs;
+    std::size_t ran = 0;
+    for (auto _ : state) {
+        std::vector<std::thread> posters;
+        for (int t = 0; t < 4; ++t) {
+            posters.emplace_back([&] {
+                for (std::size_t i = 0; i < kPerPoster; ++i) {
+                    loop.post(
+                        [&missing] { benchmark::DoNotOptimize(AudioPlayer::create(missing)); });
+                }
+                ++postersDone;
+            });
+        }
+        while (postersDone < 4 || ran < 4 * kPerPoster) {
+            const auto begun = SteadyTime::now();
+            ran += loop.runOnce();
+            passesMs.push_back(
+                std::chrono::duration<double, std::milli>(SteadyTime::now() - begun).count());
+        }
+        for (auto& poster : posters) {
+            poster.join();
+        }
+    }
+    state.counters["pass_p50_ms"] = percentile(passesMs, 0.50);
+    state.counters["pass_max_ms"] = percentile(passesMs, 1.0);
+    state.counters["passes"] = static_cast<double>(passesMs.size());
+    state.counters["ran"] = static_cast<double>(ran);
+    state.SetLabel("runOnce() while 4 threads post 20,000 failing plays each, as fast as they can");
+}
+BENCHMARK(runOnceUnderFourPosters)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 void idleWakeups(benchmark::State& state) {
     AudioSystem& audio = realTimeNullOutput();
