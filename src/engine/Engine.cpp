@@ -7,6 +7,7 @@
 #include "engine/output/NullOutput.hpp"
 #include "engine/output/OutputError.hpp"
 #include "engine/sound/FrameSource.hpp"
+#include "engine/speech/SpeechWorker.hpp"
 
 namespace vantelo_sounds::engine {
 
@@ -52,6 +53,13 @@ Engine::~Engine() {
     mOutput->stop();
     (void)mTap.close();
     // Voices still holding sound data release it here, after no thread renders any more.
+}
+
+SpeechWorker& Engine::speech() {
+    if (!mSpeech) {
+        mSpeech = std::make_unique<SpeechWorker>();
+    }
+    return *mSpeech;
 }
 
 Engine::Slot* Engine::slotFor(VoiceHandle voice) noexcept {
@@ -175,6 +183,9 @@ void Engine::waitForSources(std::size_t frames) {
         while (!slot.data->isComplete() && slot.data->availableFrames() < need &&
                std::chrono::steady_clock::now() < deadline) {
             mCache->wake(); // streams are read far faster than real time here
+            if (mSpeech) {
+                mSpeech->wake();
+            }
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
     }

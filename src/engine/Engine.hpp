@@ -21,6 +21,7 @@ namespace vantelo_sounds::engine {
 
 class FrameSource;
 class ManualOutput;
+class SpeechWorker;
 
 /// The audio engine as the control thread sees it: a mixer, the output that renders it and the
 /// decoded-sound cache. Every member function is called on the control thread (one thread).
@@ -47,6 +48,8 @@ public:
     /// streams).
     Expected<LoadedSound> load(const std::string& path) { return mCache->load(path); }
     SoundCache& cache() noexcept { return *mCache; }
+    /// The speech worker, started on first use (espeak-ng loads its data then).
+    SpeechWorker& speech();
 
     /// Starts a voice at mix frame `frame`. Empty when every voice is in use or the command queue
     /// is full. `params` are sanitized here.
@@ -148,6 +151,7 @@ private:
     std::unique_ptr<Output> mOutput;   // the chosen output (may be lost)
     std::unique_ptr<Output> mFallback; // the null output while mOutput is lost or failed
     std::unique_ptr<SoundCache> mCache;
+    std::unique_ptr<SpeechWorker> mSpeech;
     std::vector<Slot> mSlots;
     std::size_t mInUse = 0;
     std::size_t mNextSlot = 0;
