@@ -245,9 +245,13 @@ TEST_F(CliRunTest, RealTimeRenderRecordsWhatWasPlayedForTheDuration) {
 
     const auto wav = test::WavFile::read(wavPath);
     EXPECT_EQ(wav.frames(), 14400u); // padded to the duration
-    // The tone, hard left, takes about two thirds of the file (0.2 s of 0.3 s).
+    // The tone, hard left, at its level. Where it starts depends on the machine's load (the
+    // first block waits for the decoder in real time), so only its level and side are pinned.
     const test::OfflineAudio audio(wav.samples);
-    EXPECT_NEAR(audio.rms(0), 0.5 / std::sqrt(2.0) * std::sqrt(2.0 / 3.0), 0.05);
+    const auto start = audio.firstNonSilentFrame(1e-3f);
+    ASSERT_TRUE(start);
+    const std::size_t end = std::min<std::size_t>(*start + 4800, wav.frames());
+    EXPECT_NEAR(audio.rms(0, *start + 240, end), 0.5 / std::sqrt(2.0), 0.03);
     EXPECT_LT(audio.rms(1), 1e-3);
 }
 
