@@ -55,7 +55,6 @@ public:
 
     std::string bad(BadFile kind);
 
-    /// Writes `bytes` to path(name); returns that path.
     std::string writeBytes(const std::string& name, const std::string& bytes) {
         return mFolder.write(name, bytes);
     }

@@ -1,6 +1,5 @@
 // The sound cache: shared hits, changed files, eviction, decoding after the load returns,
-// remembered failures, and one memory bound for kept sounds and seamless streams. What a load
-// costs is measured in bench/.
+// remembered failures, one memory bound for kept sounds and seamless streams. (Costs: bench/.)
 
 #include "engine/cache/SoundCache.hpp"
 
@@ -43,8 +42,7 @@ protected:
         return result ? result.value().resident : nullptr;
     }
 
-    // Reads a stream as its voice would, a block at a time, until it completes, keeping the
-    // first channel.
+    // Reads a stream as its voice would, in blocks, to its end; keeps the first channel.
     static std::vector<float> drain(SoundCache& cache, const engine::FrameSource& stream) {
         std::vector<float> heard;
         for (std::size_t run = 0;

@@ -1,11 +1,8 @@
-// Decoding: every format at its stated length, looping without a seam, at its pitch and level;
-// bad files refused with their reason; odd and damaged files played as far as they go; and the
-// encoder's float WAV (its other formats are the matrix's round trips).
+// Decoding: every format at its exact length, seamless, at its pitch and level; bad files refused
+// with their reason, odd and damaged ones played as far as they go; the encoder's float WAV.
 #include "engine/codec/Decoder.hpp"
 
 #include <cstdlib>
-#include <filesystem>
-#include <memory>
 #include <numbers>
 #include <optional>
 #include <random>
@@ -16,6 +13,7 @@
 #include "support/NamedCase.hpp"
 #include "support/OfflineAudio.hpp"
 #include "support/SoundFixtures.hpp"
+#include "support/WavFile.hpp"
 
 namespace vantelo_sounds::test {
 namespace {
@@ -71,15 +69,13 @@ struct DecodeCase : NamedCase { // the name is also the file's
     bool lossy;
 };
 
-class DecoderTest : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { sFixtures = std::make_unique<SoundFixtures>(); }
-    static void TearDownTestSuite() { sFixtures.reset(); }
-    static SoundFixtures& fixtures() { return *sFixtures; }
+/// The decoder's files, made as its cases need them, removed when the program ends.
+SoundFixtures& fixtures() {
+    static SoundFixtures files;
+    return files;
+}
 
-private:
-    static inline std::unique_ptr<SoundFixtures> sFixtures;
-};
+class DecoderTest : public ::testing::Test {};
 
 // ---- the format matrix --------------------------------------------------------------------
 
@@ -93,8 +89,7 @@ std::string written(SoundFixtures& f, const DecodeCase& c) {
     return f.encoded(std::string(c.name) + "." + engine::extensionFor(format), format, c.hz,
                      kSeconds, c.rate, c.channels, kAmplitude);
 }
-// What the library never writes (AIFF, CAF, Ogg Opus): the case's WAV converted by the ffmpeg
-// program; "" when it cannot.
+// What the library never writes (AIFF, CAF, Opus): the case's WAV converted by the ffmpeg program.
 template <const char* extension, const char* codec>
 std::string converted(SoundFixtures& f, const DecodeCase& c) {
     const std::string from = wav<WavEncoding::pcm16>(f, c);
@@ -124,9 +119,8 @@ TEST_P(DecodeMatrix, DecodesToItsStatedLengthAndLoopsWithoutASeam) {
     const OfflineAudio audio = sound.audio();
     EXPECT_TRUE(audio.allFiniteAndInRange());
 
-    // Across the seam (the last frames, then the first of the next pass) the steps are the
-    // sine's own, give or take what a lossy codec gets wrong at the edges, or a resampler whose
-    // filter sees silence before the first frame.
+    // Across the seam (the last frames, then the next pass's first) the steps are the sine's own,
+    // give or take a lossy codec's edges or a resampler's filter seeing silence before frame 0.
     const double sineStep = 2 * std::numbers::pi * c.hz / engine::kMixRate * kAmplitude;
     const double edgeError = c.lossy                      ? 0.05 * kAmplitude
                              : c.rate != engine::kMixRate ? 0.03 * kAmplitude
@@ -174,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(
     CaseName());
 
 // The encoder's float WAV holds exactly the stereo sine it was given, left and right apart,
-// except non-finite samples, written as silence (in M4A too).
+// except non-finite samples, written as silence (before any encoder sees them).
 TEST_F(DecoderTest, AWrittenFloatWavIsExactAndNonFiniteSamplesAreWrittenAsSilence) {
     std::vector<float> samples(2 * 24000);
     for (std::size_t i = 0; i < samples.size(); ++i) {
@@ -186,23 +180,20 @@ TEST_F(DecoderTest, AWrittenFloatWavIsExactAndNonFiniteSamplesAreWrittenAsSilenc
         samples[at] = nonFinite;
         expected[at] = 0.0f;
     }
-    for (const AudioFileFormat format : {AudioFileFormat::wavFloat, AudioFileFormat::m4a}) {
-        engine::AudioFileWriter writer;
-        const std::string file = fixtures().path(std::string("nan.") + extensionFor(format));
-        ASSERT_TRUE(writer.open(file, format, 48000, 2));
-        ASSERT_TRUE(writer.write(samples.data(), 24000));
-        EXPECT_EQ(writer.framesWritten(), 24000u);
-        ASSERT_TRUE(writer.close());
-        const DecodedSound sound = decodeFile(file);
-        EXPECT_TRUE(sound.audio().allFiniteAndInRange());
-        EXPECT_EQ(sound.frames(), 24000u);
-        EXPECT_TRUE(format != AudioFileFormat::wavFloat || sound.stereo == expected);
-    }
+    engine::AudioFileWriter writer;
+    const std::string file = fixtures().path("nan.wav");
+    ASSERT_TRUE(writer.open(file, AudioFileFormat::wavFloat, 48000, 2));
+    ASSERT_TRUE(writer.write(samples.data(), 24000));
+    EXPECT_EQ(writer.framesWritten(), 24000u);
+    ASSERT_TRUE(writer.close());
+    EXPECT_EQ(decodeFile(file).stereo, expected);
 }
 
-// A full sound ends decoding: the rest of a longer file is refused as too large.
-TEST_F(DecoderTest, DecodeIntoHandsOutWhatIsAskedAndStopsAtAFullSound) {
-    auto opened = Decoder::open(fixtures().tone("count.wav", 440, 0.5));
+// The decoder's frames land in the sound exactly, in pieces of any size, across its chunks (4096
+// frames, then 8192 more, ...), up to the sound's own bound, where decoding ends as too large.
+TEST_F(DecoderTest, DecodeIntoFillsTheSoundExactlyAcrossItsChunksUpToItsBound) {
+    const std::string file = fixtures().tone("count.wav", 440, 0.5);
+    auto opened = Decoder::open(file);
     ASSERT_TRUE(opened) << opened.failure().describe();
     Decoder& decoder = *opened.value();
     engine::SoundData data(1, 20000);
@@ -211,9 +202,21 @@ TEST_F(DecoderTest, DecodeIntoHandsOutWhatIsAskedAndStopsAtAFullSound) {
     while (!decoder.atEnd()) {
         decoder.decodeInto(data, 777);
     }
-    EXPECT_EQ(data.frames(), 20000u) << "the sound's own bound";
     EXPECT_EQ(decoder.decodeInto(data, 100), 0u) << "nothing after the end";
     EXPECT_EQ(decoder.outcome().error(), OpenError::tooLarge);
+    ASSERT_EQ(data.frames(), 20000u);
+    std::vector<float> heard(20000);
+    data.read(0, heard.data(), heard.size());
+    std::vector<float> written = WavFile::read(file).samples;
+    written.resize(heard.size());
+    EXPECT_EQ(heard, written);
+    constexpr std::size_t kEdge = engine::SoundData::kFirstChunkFrames;
+    std::size_t run = 0;
+    EXPECT_EQ(*data.framesAt(kEdge - 1, run), written[kEdge - 1]);
+    EXPECT_EQ(run, 1u) << "a contiguous run ends at its chunk's end";
+    EXPECT_EQ(*data.framesAt(kEdge, run), written[kEdge]);
+    EXPECT_EQ(run, 2 * kEdge);
+    EXPECT_EQ(data.bytes(), engine::SoundData::storageFramesFor(20000) * sizeof(float));
 }
 
 // Random damage anywhere in a file: an error or partial audio, never a crash, hang or NaN.
@@ -244,20 +247,6 @@ TEST_F(DecoderTest, DamagedFilesNeverCrash) {
             ASSERT_TRUE(
                 std::all_of(heard.begin(), heard.end(), [](float s) { return std::isfinite(s); }));
         }
-    }
-}
-
-// The sounds the project ships all decode, at their stated length.
-TEST_F(DecoderTest, ShippedAssetsDecode) {
-    const auto assets = std::filesystem::path(VANTELO_ASSETS_DIR);
-    const std::pair<const char*, double> expected[] = {{"click.wav", 0.02}, {"beep.wav", 0.25},
-                                                       {"chime.m4a", 1.0},  {"whoosh.mp3", 0.8},
-                                                       {"pad.ogg", 2.0},    {"blip.flac", 0.15}};
-    for (const auto& [name, seconds] : expected) {
-        const DecodedSound sound = decodeFile((assets / name).string());
-        EXPECT_NEAR(double(sound.frames()) / engine::kMixRate, seconds, 0.05) << name;
-        EXPECT_FALSE(sound.failed) << name;
-        EXPECT_GT(sound.audio().rms(0), 0.005) << name;
     }
 }
 
@@ -300,12 +289,10 @@ INSTANTIATE_TEST_SUITE_P(
         UnusualCase{"m4aWithoutMoov", BadFile::truncatedM4a, OpenError::corrupt},
         UnusualCase{"m4aOnlyFtyp", BadFile::m4aOnlyFtyp, OpenError::corrupt},
         UnusualCase{"concat", BadFile::concatScript, OpenError::unsupportedFormat},
-        UnusualCase{"hls", BadFile::hlsPlaylist, OpenError::unsupportedFormat},
         UnusualCase{"rateZero", BadFile::wavRateZero, OpenError::corrupt},
         UnusualCase{"rateOneHertz", BadFile::wavRateOneHertz, OpenError::corrupt},
         UnusualCase{"channels65535", BadFile::wavManyChannels, OpenError::corrupt},
         UnusualCase{"drm", BadFile::protectedM4p, OpenError::protectedContent},
-        UnusualCase{"danglingLink", BadFile::danglingSymlink, OpenError::fileNotFound},
         UnusualCase{"linkLoop", BadFile::symlinkLoop, OpenError::notReadable},
         UnusualCase{"colonInName", BadFile::colonPath, {}, 0.99, 1.01}, // "a:" is no protocol
         UnusualCase{"mp3NamedWav", BadFile::mp3NamedWav, {}, 0.95, 1.05},

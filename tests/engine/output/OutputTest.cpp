@@ -1,9 +1,9 @@
-// Outputs without a sound card: the WAV writer's file, readable while it is written; the frame
-// ring and the tap that record what a real-time output plays; SDL's dummy driver; the fall back
-// to the null output when a device goes. (An unwritable render path: AudioOutputTest.)
+// Outputs without a sound card: the WAV writer's file, readable while written; the ring and tap
+// recording a real-time mix; SDL's dummy driver; the null output standing in for a lost device.
 #include <atomic>
 #include <cstring>
 #include <thread>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -33,11 +33,11 @@ std::vector<float> numbered(std::size_t first, std::size_t frames) {
 }
 
 /// Waits, bounded, for the engine to report an end rendered by an output's own thread.
-std::optional<VoiceEnded> awaitEnd(Engine& engine) {
+bool awaitEnd(Engine& engine) {
+    bool ended = false;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    std::optional<VoiceEnded> ended;
     while (!ended && std::chrono::steady_clock::now() < deadline) {
-        engine.drainEvents([&](const VoiceEnded& event) { ended = event; });
+        engine.drainEvents([&](const VoiceEnded&) { ended = true; });
         std::this_thread::yield();
     }
     return ended;
@@ -60,10 +60,8 @@ TEST_F(OutputTest, WavWriterKeepsItsHeaderTrueWhileTheFileIsStillOpen) {
     ASSERT_TRUE(writer.write(half.data(), 24000));
 
     const WavFile open = WavFile::read(path);
-    EXPECT_EQ(open.format, WavFile::kFloat);
-    EXPECT_EQ(open.channels, 2);
-    EXPECT_EQ(open.rate, 48000);
-    EXPECT_EQ(open.bits, 32);
+    EXPECT_EQ(std::tuple(open.format, open.channels, open.rate, open.bits),
+              std::tuple(WavFile::kFloat, 2, 48000, 32));
     EXPECT_EQ(open.samples, second);
 
     ASSERT_TRUE(writer.close());
@@ -135,32 +133,6 @@ TEST_F(OutputTest, TheTapWritesWhatWasPushedUpToTheLimitOrPaddedWithSilence) {
     EXPECT_FALSE(tap.isOpen());
 }
 
-TEST_F(OutputTest, TheRealTimeNullOutputRecordsTheToneItPlayed) {
-    constexpr std::size_t kToneFrames = 9600; // 0.2 s
-    const std::string path = mFixtures.path("played.wav");
-    Engine engine(std::make_unique<NullOutput>());
-    EXPECT_EQ(engine.startRecordingMix(mFixtures.path("no/such/folder/out.wav")).error(),
-              std::errc::no_such_file_or_directory);
-    EXPECT_FALSE(engine.isRecordingMix());
-    ASSERT_TRUE(engine.startRecordingMix(path));
-    ASSERT_TRUE(engine.start(constantSound(kToneFrames, 0.5f), {-1.0f, 1.0f, 0}));
-    ASSERT_TRUE(awaitEnd(engine));
-    const auto recorded = engine.stopRecordingMix();
-    ASSERT_TRUE(recorded);
-    EXPECT_EQ(recorded->droppedFrames, 0u);
-
-    // The tone is where it starts sounding (the block after the start command), hard left, and
-    // silence follows its end.
-    const WavFile wav = WavFile::read(path);
-    ASSERT_EQ(wav.frames(), recorded->framesWritten);
-    const test::OfflineAudio audio(wav.samples);
-    const auto first = audio.firstNonSilentFrame();
-    ASSERT_TRUE(first);
-    EXPECT_NEAR(audio.rms(0, *first + 480, *first + kToneFrames - 480), 0.5, 0.01);
-    EXPECT_EQ(audio.peak(1, *first, *first + kToneFrames), 0.0f);
-    EXPECT_EQ(audio.peak(0, *first + kToneFrames + 480), 0.0f);
-}
-
 TEST_F(OutputTest, TheSdlOutputRendersWithTheDummyDriver) {
     Engine engine(std::make_unique<SdlOutput>());
     if (!engine.startResult()) {
@@ -177,16 +149,15 @@ TEST_F(OutputTest, TheSdlOutputRendersWithTheDummyDriver) {
 class FaultOutput final : public Output {
 public:
     std::atomic<bool> unplugged{false};
-    int starts = 0;
     const char* name() const noexcept override { return "fault"; }
     Expected<void> start(Mixer&) override {
-        ++starts;
         return unplugged ? Expected<void>(OutputError::deviceUnavailable) : Expected<void>();
     }
     void stop() noexcept override {}
     bool lost() const noexcept override { return unplugged; }
 };
 
+// The null output that stands in for a lost device plays the mix in real time, and records it.
 TEST(OutputFallbackTest, ALostDeviceFallsBackToTheNullOutputAndComesBackWhenItReturns) {
     auto output = std::make_unique<FaultOutput>();
     FaultOutput& device = *output;
@@ -197,9 +168,28 @@ TEST(OutputFallbackTest, ALostDeviceFallsBackToTheNullOutputAndComesBackWhenItRe
     device.unplugged = true;
     EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::lost);
     EXPECT_STREQ(engine.outputName(), "null");
-    // The null output keeps the mix going: a voice still ends.
-    ASSERT_TRUE(engine.start(constantSound(2400, 0.1f), {}));
-    EXPECT_TRUE(awaitEnd(engine));
+    test::SoundFixtures files;
+    EXPECT_EQ(engine.startRecordingMix(files.path("no/such/folder/out.wav")).error(),
+              std::errc::no_such_file_or_directory);
+    EXPECT_FALSE(engine.isRecordingMix());
+    ASSERT_TRUE(engine.startRecordingMix(files.path("played.wav")));
+    constexpr std::size_t kToneFrames = 9600; // 0.2 s
+    ASSERT_TRUE(engine.start(constantSound(kToneFrames, 0.5f), {-1.0f, 1.0f, 0}));
+    ASSERT_TRUE(awaitEnd(engine));
+    const auto recorded = engine.stopRecordingMix();
+    ASSERT_TRUE(recorded);
+    EXPECT_EQ(recorded->droppedFrames, 0u);
+    // The tone is where it starts sounding (the block after the start command), hard left, and
+    // silence follows its end.
+    const WavFile wav = WavFile::read(files.path("played.wav"));
+    ASSERT_EQ(wav.frames(), recorded->framesWritten);
+    const test::OfflineAudio audio(wav.samples);
+    const auto first = audio.firstNonSilentFrame();
+    ASSERT_TRUE(first);
+    EXPECT_NEAR(audio.rms(0, *first + 480, *first + kToneFrames - 480), 0.5, 0.01);
+    EXPECT_EQ(audio.peak(1, *first, *first + kToneFrames), 0.0f);
+    EXPECT_EQ(audio.peak(0, *first + kToneFrames + 480), 0.0f);
+
     // Reopening fails while unplugged, and the null output stays.
     EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::none);
     EXPECT_STREQ(engine.outputName(), "null");
@@ -213,7 +203,6 @@ TEST(OutputFallbackTest, ALostDeviceFallsBackToTheNullOutputAndComesBackWhenItRe
     }
     EXPECT_EQ(change, Engine::OutputChange::restored);
     EXPECT_STREQ(engine.outputName(), "fault");
-    EXPECT_GE(device.starts, 2);
 }
 
 } // namespace
