@@ -8,9 +8,8 @@
 
 namespace vantelo_sounds::test {
 
-/// The first field of a row in a parameter table: a name that ends the test's name and that
-/// ctest shows for the parameter instead of the row's bytes. Rows derive from it and are written
-/// {"name", field, ...}.
+/// The first field of a row in a parameter table, written {"name", field, ...}: the end of the
+/// test's name, and what gtest prints for the row instead of its bytes.
 struct NamedCase {
     NamedCase(const char* caseName)
         : name(caseName) {}
@@ -21,8 +20,8 @@ struct NamedCase {
     }
 };
 
-/// The name generator of INSTANTIATE_TEST_SUITE_P over NamedCase rows: the row's name with every
-/// character but letters and digits made '_'.
+/// INSTANTIATE_TEST_SUITE_P's name generator over NamedCase rows: the name with every character
+/// but letters and digits made '_'.
 struct CaseName {
     template <typename Row>
     std::string operator()(const ::testing::TestParamInfo<Row>& info) const {

@@ -6,7 +6,6 @@
 #include <iterator>
 #include <numbers>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -19,14 +18,11 @@ namespace {
 namespace fs = std::filesystem;
 
 std::vector<float> sine(double hz, double seconds, int rate, int channels, float amplitude) {
-    const auto frames = static_cast<std::size_t>(std::llround(seconds * rate));
-    std::vector<float> samples(frames * static_cast<std::size_t>(channels));
-    for (std::size_t i = 0; i < frames; ++i) {
-        const auto v = static_cast<float>(
-            amplitude * std::sin(2.0 * std::numbers::pi * hz * static_cast<double>(i) / rate));
-        for (int c = 0; c < channels; ++c) {
-            samples[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(c)] = v;
-        }
+    std::vector<float> samples;
+    for (long long i = 0; i < std::llround(seconds * rate); ++i) {
+        const double phase = 2.0 * std::numbers::pi * hz * static_cast<double>(i) / rate;
+        samples.insert(samples.end(), static_cast<std::size_t>(channels),
+                       static_cast<float>(amplitude * std::sin(phase)));
     }
     return samples;
 }
@@ -40,12 +36,9 @@ std::string SoundFixtures::readBytes(const std::string& file, std::size_t length
 
 std::string SoundFixtures::tone(const std::string& name, double hz, double seconds, int rate,
                                 int channels, float amplitude, WavEncoding encoding) {
-    WavFile wav;
-    wav.format = encoding == WavEncoding::float32 ? WavFile::kFloat : WavFile::kPcm;
-    wav.bits = encoding == WavEncoding::pcm16 ? 16 : encoding == WavEncoding::pcm24 ? 24 : 32;
-    wav.channels = channels;
-    wav.rate = rate;
-    wav.samples = sine(hz, seconds, rate, channels, amplitude);
+    const int bits = 16 + 8 * static_cast<int>(encoding); // pcm16, pcm24, float32
+    const WavFile wav{encoding == WavEncoding::float32 ? WavFile::kFloat : WavFile::kPcm, channels,
+                      rate, bits, sine(hz, seconds, rate, channels, amplitude)};
     return writeBytes(name, wav.bytes());
 }
 
@@ -57,12 +50,9 @@ std::string SoundFixtures::encoded(const std::string& name, engine::AudioFileFor
     const std::vector<float> samples = sine(hz, seconds, rate, channels, amplitude);
     engine::AudioFileWriter writer;
     auto written = writer.open(target, format, rate, channels, options);
-    if (written) {
-        written = writer.write(samples.data(), samples.size() / static_cast<std::size_t>(channels));
-    }
-    if (written) {
-        written = writer.close();
-    }
+    written =
+        written ? writer.write(samples.data(), samples.size() / std::size_t(channels)) : written;
+    written = written ? writer.close() : written;
     if (!written) {
         ADD_FAILURE() << "cannot make " << name << ": " << written.failure().describe();
         return "";
@@ -94,10 +84,7 @@ std::string SoundFixtures::bad(BadFile kind) {
         fs::create_directories(path("x.wav"));
         return path("x.wav");
     case BadFile::fifo:
-        if (::access(path("fifo.wav").c_str(), F_OK) != 0 &&
-            ::mkfifo(path("fifo.wav").c_str(), 0600) != 0) {
-            ADD_FAILURE() << "cannot make a FIFO";
-        }
+        ::mkfifo(path("fifo.wav").c_str(), 0600); // EEXIST the second time
         return path("fifo.wav");
     case BadFile::text:
         return writeBytes("text.wav", "This is not a sound file, just a line of text.\n"
@@ -109,12 +96,9 @@ std::string SoundFixtures::bad(BadFile kind) {
         return firstHalf("truncated.mp3", AudioFileFormat::mp3, 77);
     case BadFile::truncatedM4a:
         return firstHalf("truncated.m4a", AudioFileFormat::m4a, 0);
-    case BadFile::truncatedFragmentedM4a: {
-        engine::AudioFileWriter::Options options;
-        options.fragmented = true;
-        options.fragmentSeconds = 0.25;
-        return firstHalf("truncated-frag.m4a", AudioFileFormat::m4a, 0, options);
-    }
+    case BadFile::truncatedFragmentedM4a:
+        return firstHalf("truncated-frag.m4a", AudioFileFormat::m4a, 0,
+                         {.fragmented = true, .fragmentSeconds = 0.25});
     case BadFile::concatScript:
         tone("listed.wav", 440, 1.0);
         return writeBytes("concat.wav", "ffconcat version 1.0\nfile 'listed.wav'\n");
@@ -144,12 +128,9 @@ std::string SoundFixtures::bad(BadFile kind) {
     case BadFile::m4aOnlyFtyp: {
         const std::string bytes =
             readBytes(encoded("for-ftyp.m4a", AudioFileFormat::m4a, 440, 0.5));
-        EXPECT_EQ(bytes.substr(4, 4), "ftyp");
-        std::size_t size = 0; // the box's big-endian size, its first four bytes
-        for (int i = 0; i < 4; ++i) {
-            size = size << 8 | static_cast<unsigned char>(bytes[static_cast<std::size_t>(i)]);
-        }
-        return writeBytes("only-ftyp.m4a", bytes.substr(0, size));
+        // The first box, under 256 bytes: its big-endian size is its fourth byte.
+        EXPECT_EQ(bytes.substr(0, 8), std::string(3, '\0') + bytes[3] + "ftyp");
+        return writeBytes("only-ftyp.m4a", bytes.substr(0, std::uint8_t(bytes[3])));
     }
     case BadFile::protectedM4p: {
         std::string bytes = readBytes(encoded("for-drm.m4a", AudioFileFormat::m4a, 440, 0.5));

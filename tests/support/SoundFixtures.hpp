@@ -8,14 +8,13 @@
 
 namespace vantelo_sounds::test {
 
-/// Sound files made at test time in a temporary folder of their own, removed by the destructor:
-/// tones in every format the decoder reads, and the bad files it must refuse cleanly.
+/// Sound files made at test time in a temporary folder of their own: tones in every format the
+/// decoder reads, and the bad files it must refuse cleanly.
 class SoundFixtures {
 public:
-    /// How tone() stores its samples.
     enum class WavEncoding { pcm16, pcm24, float32 };
 
-    /// Files that are broken, disguised or merely odd. Each is made once, on first request.
+    /// Files that are broken, disguised or merely odd.
     enum class BadFile {
         missing,                ///< a path with nothing at it
         empty,                  ///< zero bytes, named .wav
@@ -41,9 +40,7 @@ public:
         symlinkToSound,         ///< a symlink to a good WAV (fine)
     };
 
-    /// The temporary folder, without a trailing slash.
     std::string dir() const { return mFolder.path(); }
-    /// dir() + "/" + name.
     std::string path(const std::string& name) const { return mFolder / name; }
 
     /// A sine WAV written directly (no FFmpeg): `channels` copies of the same tone.
@@ -56,10 +53,8 @@ public:
                         double seconds, int rate = 48000, int channels = 1, float amplitude = 0.5f,
                         const engine::AudioFileWriter::Options& options = {});
 
-    /// The bad (or odd) file of that kind.
     std::string bad(BadFile kind);
 
-    /// Writes `bytes` to dir()/name, replacing it; returns the path.
     std::string writeBytes(const std::string& name, const std::string& bytes) {
         return mFolder.write(name, bytes);
     }

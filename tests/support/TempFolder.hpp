@@ -9,17 +9,14 @@
 
 namespace vantelo_sounds::test {
 
-/// A fresh folder under the system's temporary folder, made for one test and removed with
-/// everything in it when the test ends.
+/// A fresh folder under the system's temporary folder, removed with everything in it at the end.
 class TempFolder {
 public:
     TempFolder() {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "vantelo-sounds-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
+        mPath = (std::filesystem::temp_directory_path() / "vantelo-sounds-XXXXXX").string();
+        if (::mkdtemp(mPath.data()) == nullptr) {
             ADD_FAILURE() << "cannot make a temporary folder";
         }
-        mPath = pattern;
     }
     ~TempFolder() {
         std::error_code ignored;
@@ -30,7 +27,6 @@ public:
 
     /// The folder, without a trailing slash.
     const std::string& path() const { return mPath; }
-    /// path() + "/" + name.
     std::string operator/(const std::string& name) const { return mPath + "/" + name; }
 
     /// Writes `contents` to `name` (its folders made), replacing it; returns its path.
@@ -38,9 +34,7 @@ public:
         const std::filesystem::path file = std::filesystem::path(mPath) / name;
         std::error_code ignored;
         std::filesystem::create_directories(file.parent_path(), ignored);
-        std::ofstream out(file, std::ios::binary | std::ios::trunc);
-        out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
-        if (!out) {
+        if (!(std::ofstream(file, std::ios::binary | std::ios::trunc) << contents)) {
             ADD_FAILURE() << "cannot write " << file;
         }
         return file.string();

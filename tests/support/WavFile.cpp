@@ -72,9 +72,6 @@ WavFile WavFile::read(const std::string& path) {
             wav.channels = static_cast<int>(getLe(b, body + 2, 2));
             wav.rate = static_cast<int>(getLe(b, body + 4, 4));
             wav.bits = static_cast<int>(getLe(b, body + 14, 2));
-            if (wav.format == 0xFFFE && size >= 26 && body + 26 <= b.size()) {
-                wav.format = static_cast<int>(getLe(b, body + 24, 2)); // extensible: sub-format
-            }
         } else if (b.compare(at, 4, "data") == 0) {
             dataAt = body;
             // Being written: the size is filled in when the writer closes the file.

@@ -13,7 +13,7 @@ struct WavFile {
     static constexpr int kPcm = 1;
     static constexpr int kFloat = 3;
 
-    int format = kPcm; ///< kPcm or kFloat (an extensible header's sub-format when it has one)
+    int format = kPcm;
     int channels = 0;
     int rate = 0;
     int bits = 16;              ///< 16, 24 or 32 for kPcm; 32 for kFloat

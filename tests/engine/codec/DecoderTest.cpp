@@ -1,20 +1,19 @@
-// Decoding: every format at its stated length, looping without a seam, at its pitch and level;
-// bad files refused with their reason; odd and damaged files played as far as they go.
+// Decoding: every format at its exact length, seamless, at its pitch and level; bad files refused
+// with their reason, odd and damaged ones played as far as they go; the encoder's float WAV.
+#include "engine/codec/Decoder.hpp"
 
-#include <filesystem>
-#include <memory>
+#include <cstdlib>
 #include <numbers>
 #include <optional>
 #include <random>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "engine/codec/DecodedSound.hpp"
-#include "engine/codec/FfmpegPtr.hpp"
+#include "engine/sound/SoundData.hpp"
 #include "support/NamedCase.hpp"
+#include "support/OfflineAudio.hpp"
 #include "support/SoundFixtures.hpp"
+#include "support/WavFile.hpp"
 
 namespace vantelo_sounds::test {
 namespace {
@@ -24,6 +23,40 @@ using engine::Decoder;
 using engine::OpenError;
 using BadFile = SoundFixtures::BadFile;
 using WavEncoding = SoundFixtures::WavEncoding;
+
+/// A whole file decoded, as stereo (a mono sound in both channels) for OfflineAudio.
+struct DecodedSound {
+    engine::SoundInfo info;
+    std::vector<float> stereo;
+    bool failed = false;
+
+    std::size_t frames() const { return stereo.size() / 2; }
+    OfflineAudio audio() const { return OfflineAudio(stereo); }
+};
+
+/// Decodes to the end (a test failure if it never comes).
+DecodedSound decodeAll(Decoder& decoder) {
+    DecodedSound sound{decoder.info(), {}};
+    const auto channels = std::size_t(sound.info.channels); // as decoded: 1 or 2
+    engine::SoundData data(sound.info.channels, std::size_t{60} * engine::kMixRate);
+    for (int steps = 0; !decoder.atEnd() && steps < 10000; ++steps) {
+        decoder.decodeInto(data, 4096);
+    }
+    EXPECT_TRUE(decoder.atEnd()) << "decoding does not end";
+    sound.failed = !decoder.outcome().hasValue();
+    std::vector<float> samples(data.frames() * channels);
+    data.read(0, samples.data(), data.frames());
+    for (std::size_t i = 0; i < samples.size(); i += channels) {
+        sound.stereo.insert(sound.stereo.end(), {samples[i], samples[i + channels - 1]});
+    }
+    return sound;
+}
+
+DecodedSound decodeFile(const std::string& path) {
+    auto opened = Decoder::open(path);
+    EXPECT_TRUE(opened) << path << ": " << (opened ? "" : opened.failure().describe());
+    return opened ? decodeAll(*opened.value()) : DecodedSound{};
+}
 
 constexpr double kSeconds = 0.5; // whole periods of every test tone
 constexpr float kAmplitude = 0.5f;
@@ -36,72 +69,13 @@ struct DecodeCase : NamedCase { // the name is also the file's
     bool lossy;
 };
 
-// The case's tone through an FFmpeg encoder and muxer of the test's choosing, for what the
-// library never writes (AIFF, CAF, Ogg Opus); "" when this FFmpeg cannot.
-std::string viaFfmpeg(SoundFixtures& f, const DecodeCase& c, const char* muxer,
-                      const char* encoder) {
-    const std::string path = f.path(std::string(c.name) + "." + muxer);
-    AVFormatContext* raw = nullptr;
-    avformat_alloc_output_context2(&raw, nullptr, muxer, path.c_str());
-    const std::unique_ptr<AVFormatContext, decltype([](AVFormatContext* file) {
-                              avio_closep(&file->pb);
-                              avformat_free_context(file);
-                          })>
-        out(raw);
-    const AVCodec* codec = avcodec_find_encoder_by_name(encoder);
-    engine::ffmpeg::CodecContextPtr context(avcodec_alloc_context3(codec));
-    if (!out || !context) {
-        return "";
-    }
-    context->sample_fmt = AV_SAMPLE_FMT_S16;
-    context->sample_rate = c.rate;
-    context->time_base = {1, c.rate};
-    av_channel_layout_default(&context->ch_layout, c.channels);
-    AVStream* stream = avformat_new_stream(out.get(), nullptr);
-    if (avcodec_open2(context.get(), codec, nullptr) < 0 ||
-        avcodec_parameters_from_context(stream->codecpar, context.get()) < 0 ||
-        avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE) < 0 ||
-        avformat_write_header(out.get(), nullptr) < 0) {
-        return "";
-    }
-    engine::ffmpeg::FramePtr frame(av_frame_alloc());
-    engine::ffmpeg::PacketPtr packet(av_packet_alloc());
-    const auto send = [&](const AVFrame* input) {
-        avcodec_send_frame(context.get(), input);
-        while (avcodec_receive_packet(context.get(), packet.get()) == 0) {
-            av_packet_rescale_ts(packet.get(), context->time_base, stream->time_base);
-            av_interleaved_write_frame(out.get(), packet.get());
-        }
-    };
-    const int total = int(kSeconds * c.rate);
-    for (int done = 0, step = context->frame_size > 0 ? context->frame_size : 1024; done < total;
-         done += step) {
-        frame->nb_samples = std::min(step, total - done);
-        frame->format = AV_SAMPLE_FMT_S16;
-        frame->pts = done;
-        av_channel_layout_copy(&frame->ch_layout, &context->ch_layout);
-        av_frame_get_buffer(frame.get(), 0);
-        for (int i = 0; i < frame->nb_samples * c.channels; ++i) {
-            const double t = double(done + i / c.channels) / c.rate;
-            reinterpret_cast<std::int16_t*>(frame->data[0])[i] = std::int16_t(
-                std::lround(32767 * kAmplitude * std::sin(2 * std::numbers::pi * c.hz * t)));
-        }
-        send(frame.get());
-        av_frame_unref(frame.get());
-    }
-    send(nullptr);
-    return av_write_trailer(out.get()) == 0 ? path : "";
+/// The decoder's files, made as its cases need them, removed when the program ends.
+SoundFixtures& fixtures() {
+    static SoundFixtures files;
+    return files;
 }
 
-class DecoderTest : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { sFixtures = std::make_unique<SoundFixtures>(); }
-    static void TearDownTestSuite() { sFixtures.reset(); }
-    static SoundFixtures& fixtures() { return *sFixtures; }
-
-private:
-    static inline std::unique_ptr<SoundFixtures> sFixtures;
-};
+class DecoderTest : public ::testing::Test {};
 
 // ---- the format matrix --------------------------------------------------------------------
 
@@ -115,15 +89,17 @@ std::string written(SoundFixtures& f, const DecodeCase& c) {
     return f.encoded(std::string(c.name) + "." + engine::extensionFor(format), format, c.hz,
                      kSeconds, c.rate, c.channels, kAmplitude);
 }
-std::string opus(SoundFixtures& f, const DecodeCase& c) {
-    return viaFfmpeg(f, c, "opus", "libopus");
+// What the library never writes (AIFF, CAF, Opus): the case's WAV converted by the ffmpeg program.
+template <const char* extension, const char* codec>
+std::string converted(SoundFixtures& f, const DecodeCase& c) {
+    const std::string from = wav<WavEncoding::pcm16>(f, c);
+    const std::string to = f.path(std::string(c.name) + "." + extension);
+    const std::string command =
+        "ffmpeg -nostdin -loglevel error -y -i '" + from + "' -c:a " + codec + " '" + to + "'";
+    return std::system(command.c_str()) == 0 ? to : "";
 }
-std::string aiff(SoundFixtures& f, const DecodeCase& c) {
-    return viaFfmpeg(f, c, "aiff", "pcm_s16be");
-}
-std::string caf(SoundFixtures& f, const DecodeCase& c) {
-    return viaFfmpeg(f, c, "caf", "pcm_s16be");
-}
+constexpr char kAiff[] = "aiff", kCaf[] = "caf", kOpus[] = "opus", kS16be[] = "pcm_s16be",
+               kLibopus[] = "libopus";
 
 class DecodeMatrix : public DecoderTest, public ::testing::WithParamInterface<DecodeCase> {};
 
@@ -139,17 +115,24 @@ TEST_P(DecodeMatrix, DecodesToItsStatedLengthAndLoopsWithoutASeam) {
     EXPECT_EQ(sound.info.channels, std::min(c.channels, 2))
         << "mono stays mono, the rest is stereo";
     EXPECT_FALSE(sound.failed);
-    EXPECT_EQ(sound.frames(), std::size_t(kSeconds * engine::kMixRate));
+    ASSERT_EQ(sound.frames(), std::size_t(kSeconds * engine::kMixRate));
     const OfflineAudio audio = sound.audio();
     EXPECT_TRUE(audio.allFiniteAndInRange());
 
-    // Across the seam the steps are the sine's own, give or take what a lossy codec gets wrong at
-    // the edges, or a resampler whose filter sees silence before the first frame.
+    // Across the seam (the last frames, then the next pass's first) the steps are the sine's own,
+    // give or take a lossy codec's edges or a resampler's filter seeing silence before frame 0.
     const double sineStep = 2 * std::numbers::pi * c.hz / engine::kMixRate * kAmplitude;
     const double edgeError = c.lossy                      ? 0.05 * kAmplitude
                              : c.rate != engine::kMixRate ? 0.03 * kAmplitude
                                                           : 0.01 * sineStep;
-    EXPECT_LE(sound.seamStep(), sineStep + edgeError);
+    const std::size_t n = sound.frames();
+    for (std::size_t i = n - 8; i < n + 8; ++i) {
+        for (std::size_t ch = 0; ch < 2; ++ch) {
+            EXPECT_LE(std::abs(sound.stereo[(i + 1) % n * 2 + ch] - sound.stereo[i % n * 2 + ch]),
+                      sineStep + edgeError)
+                << "frame " << i << ", channel " << ch;
+        }
+    }
 
     // Away from the ends: pitch, level (mono and surround at full level), and no click.
     const std::size_t from = engine::kMixRate / 10;
@@ -172,8 +155,8 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"wav16_48k_surround", wav<WavEncoding::pcm16>, 48000, 6, 440, false},
         DecodeCase{"flac_44k_mono", written<AudioFileFormat::flac>, 44100, 1, 440, false},
         DecodeCase{"flac_96k_stereo", written<AudioFileFormat::flac>, 96000, 2, 1000, false},
-        DecodeCase{"aiff_44k_mono", aiff, 44100, 1, 440, false},
-        DecodeCase{"caf_48k_stereo", caf, 48000, 2, 440, false},
+        DecodeCase{"aiff_44k_mono", converted<kAiff, kS16be>, 44100, 1, 440, false},
+        DecodeCase{"caf_48k_stereo", converted<kCaf, kS16be>, 48000, 2, 440, false},
         DecodeCase{"mp3_44k_stereo", written<AudioFileFormat::mp3>, 44100, 2, 440, true},
         DecodeCase{"mp3_22k_mono", written<AudioFileFormat::mp3>, 22050, 1, 440, true},
         DecodeCase{"m4a_48k_stereo", written<AudioFileFormat::m4a>, 48000, 2, 440, true},
@@ -181,11 +164,36 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"vorbis_48k_mono", written<AudioFileFormat::ogg>, 48000, 1, 440, true},
         DecodeCase{"vorbis_44k_stereo", written<AudioFileFormat::ogg>, 44100, 2, 440, true},
         DecodeCase{"vorbis_22k_mono", written<AudioFileFormat::ogg>, 22050, 1, 440, true},
-        DecodeCase{"opus_48k_stereo", opus, 48000, 2, 440, true}),
+        DecodeCase{"opus_48k_stereo", converted<kOpus, kLibopus>, 48000, 2, 440, true}),
     CaseName());
 
-TEST_F(DecoderTest, DecodeIntoHandsOutWhatIsAskedAndStopsAtAFullSound) {
-    auto opened = Decoder::open(fixtures().tone("count.wav", 440, 0.5));
+// The encoder's float WAV holds exactly the stereo sine it was given, left and right apart,
+// except non-finite samples, written as silence (before any encoder sees them).
+TEST_F(DecoderTest, AWrittenFloatWavIsExactAndNonFiniteSamplesAreWrittenAsSilence) {
+    std::vector<float> samples(2 * 24000);
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        samples[i] = (i % 2 ? -0.25f : 0.5f) *
+                     float(std::sin(2 * std::numbers::pi * 440 * double(i / 2) / 48000));
+    }
+    auto expected = samples;
+    for (const auto& [at, nonFinite] : {std::pair{100, NAN}, {5001, INFINITY}, {9000, -INFINITY}}) {
+        samples[at] = nonFinite;
+        expected[at] = 0.0f;
+    }
+    engine::AudioFileWriter writer;
+    const std::string file = fixtures().path("nan.wav");
+    ASSERT_TRUE(writer.open(file, AudioFileFormat::wavFloat, 48000, 2));
+    ASSERT_TRUE(writer.write(samples.data(), 24000));
+    EXPECT_EQ(writer.framesWritten(), 24000u);
+    ASSERT_TRUE(writer.close());
+    EXPECT_EQ(decodeFile(file).stereo, expected);
+}
+
+// The decoder's frames land in the sound exactly, in pieces of any size, across its chunks (4096
+// frames, then 8192 more, ...), up to the sound's own bound, where decoding ends as too large.
+TEST_F(DecoderTest, DecodeIntoFillsTheSoundExactlyAcrossItsChunksUpToItsBound) {
+    const std::string file = fixtures().tone("count.wav", 440, 0.5);
+    auto opened = Decoder::open(file);
     ASSERT_TRUE(opened) << opened.failure().describe();
     Decoder& decoder = *opened.value();
     engine::SoundData data(1, 20000);
@@ -194,9 +202,21 @@ TEST_F(DecoderTest, DecodeIntoHandsOutWhatIsAskedAndStopsAtAFullSound) {
     while (!decoder.atEnd()) {
         decoder.decodeInto(data, 777);
     }
-    EXPECT_EQ(data.frames(), 20000u) << "the sound's own bound";
     EXPECT_EQ(decoder.decodeInto(data, 100), 0u) << "nothing after the end";
     EXPECT_EQ(decoder.outcome().error(), OpenError::tooLarge);
+    ASSERT_EQ(data.frames(), 20000u);
+    std::vector<float> heard(20000);
+    data.read(0, heard.data(), heard.size());
+    std::vector<float> written = WavFile::read(file).samples;
+    written.resize(heard.size());
+    EXPECT_EQ(heard, written);
+    constexpr std::size_t kEdge = engine::SoundData::kFirstChunkFrames;
+    std::size_t run = 0;
+    EXPECT_EQ(*data.framesAt(kEdge - 1, run), written[kEdge - 1]);
+    EXPECT_EQ(run, 1u) << "a contiguous run ends at its chunk's end";
+    EXPECT_EQ(*data.framesAt(kEdge, run), written[kEdge]);
+    EXPECT_EQ(run, 2 * kEdge);
+    EXPECT_EQ(data.bytes(), engine::SoundData::storageFramesFor(20000) * sizeof(float));
 }
 
 // Random damage anywhere in a file: an error or partial audio, never a crash, hang or NaN.
@@ -223,31 +243,10 @@ TEST_F(DecoderTest, DamagedFilesNeverCrash) {
                 EXPECT_FALSE(opened.failure().detail.empty());
                 continue;
             }
-            Decoder& decoder = *opened.value();
-            engine::SoundData data(decoder.info().channels, std::size_t{10} * engine::kMixRate);
-            for (int steps = 0; !decoder.atEnd(); ++steps) {
-                ASSERT_LT(steps, 10000) << "does not end";
-                decoder.decodeInto(data, 4096);
-            }
-            std::vector<float> samples(data.frames() * std::size_t(data.channels()));
-            data.read(0, samples.data(), data.frames());
-            ASSERT_TRUE(std::all_of(samples.begin(), samples.end(),
-                                    [](float s) { return std::isfinite(s); }));
+            const std::vector<float> heard = decodeAll(*opened.value()).stereo;
+            ASSERT_TRUE(
+                std::all_of(heard.begin(), heard.end(), [](float s) { return std::isfinite(s); }));
         }
-    }
-}
-
-// The sounds the project ships all decode, at their stated length.
-TEST_F(DecoderTest, ShippedAssetsDecode) {
-    const auto assets = std::filesystem::path(VANTELO_ASSETS_DIR);
-    const std::pair<const char*, double> expected[] = {{"click.wav", 0.02}, {"beep.wav", 0.25},
-                                                       {"chime.m4a", 1.0},  {"whoosh.mp3", 0.8},
-                                                       {"pad.ogg", 2.0},    {"blip.flac", 0.15}};
-    for (const auto& [name, seconds] : expected) {
-        const DecodedSound sound = decodeFile((assets / name).string());
-        EXPECT_NEAR(double(sound.frames()) / engine::kMixRate, seconds, 0.05) << name;
-        EXPECT_FALSE(sound.failed) << name;
-        EXPECT_GT(sound.audio().rms(0), 0.005) << name;
     }
 }
 
@@ -290,34 +289,18 @@ INSTANTIATE_TEST_SUITE_P(
         UnusualCase{"m4aWithoutMoov", BadFile::truncatedM4a, OpenError::corrupt},
         UnusualCase{"m4aOnlyFtyp", BadFile::m4aOnlyFtyp, OpenError::corrupt},
         UnusualCase{"concat", BadFile::concatScript, OpenError::unsupportedFormat},
-        UnusualCase{"hls", BadFile::hlsPlaylist, OpenError::unsupportedFormat},
         UnusualCase{"rateZero", BadFile::wavRateZero, OpenError::corrupt},
         UnusualCase{"rateOneHertz", BadFile::wavRateOneHertz, OpenError::corrupt},
         UnusualCase{"channels65535", BadFile::wavManyChannels, OpenError::corrupt},
         UnusualCase{"drm", BadFile::protectedM4p, OpenError::protectedContent},
-        UnusualCase{"danglingLink", BadFile::danglingSymlink, OpenError::fileNotFound},
         UnusualCase{"linkLoop", BadFile::symlinkLoop, OpenError::notReadable},
-        UnusualCase{"colonInName", BadFile::colonPath, {}, 0.99, 1.01},
+        UnusualCase{"colonInName", BadFile::colonPath, {}, 0.99, 1.01}, // "a:" is no protocol
         UnusualCase{"mp3NamedWav", BadFile::mp3NamedWav, {}, 0.95, 1.05},
         UnusualCase{"symlink", BadFile::symlinkToSound, {}, 0.99, 1.01},
         UnusualCase{"truncatedWav", BadFile::truncatedWav, {}, 0.99, 1.01},
         UnusualCase{"truncatedMp3", BadFile::truncatedMp3, {}, 0.8, 1.2},
         UnusualCase{"truncatedFragmentedM4a", BadFile::truncatedFragmentedM4a, {}, 0.5, 1.2}),
     CaseName());
-
-TEST_F(DecoderTest, OddNamesOpenAsLocalFilesAndDevicesOrUnreadableFilesAreRefused) {
-    for (const char* name : {"with space.wav", "ünïcødé.wav", "-leading-dash.wav",
-                             "concat:looks-like-a-protocol.wav", "file:already-prefixed.wav"}) {
-        auto opened = Decoder::open(fixtures().tone(name, 440, 0.2));
-        EXPECT_TRUE(opened) << name << ": " << (opened ? "" : opened.failure().describe());
-    }
-    EXPECT_EQ(Decoder::open("/dev/zero").error(), OpenError::notARegularFile);
-    if (::geteuid() != 0) { // root reads every file
-        const std::string file = fixtures().tone("locked.wav", 440, 0.1);
-        ::chmod(file.c_str(), 0);
-        EXPECT_EQ(Decoder::open(file).error(), OpenError::notReadable);
-    }
-}
 
 } // namespace
 } // namespace vantelo_sounds::test

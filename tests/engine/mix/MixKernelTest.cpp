@@ -1,10 +1,8 @@
-// Each variant of the mix loops (scalar, SSE, AVX2 when the processor has it, and the one the
-// library picks) against the plain loop it replaces: every tail length, unaligned pointers, and
-// distinct samples (a constant source would hide a wrong lane order).
+// Each variant of the mix loops (scalar, SSE, AVX2, the one picked) against the plain loop: every
+// tail length, unaligned pointers, distinct samples (a constant would hide a wrong lane order).
 #include "engine/mix/MixKernel.hpp"
 
 #include <cmath>
-#include <limits>
 #include <optional>
 #include <vector>
 
@@ -17,8 +15,7 @@ namespace {
 
 constexpr float kLeft = 0.3f;
 constexpr float kRight = -0.7f;
-// Up to 33 covers empty runs, runs shorter than one vector and every tail of the widest vectors;
-// 1031 is a usual block and a tail.
+// Empty, shorter than a vector, every tail of the widest vectors; 1031: a usual block and a tail.
 constexpr std::size_t kLengths[] = {0, 1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 23, 31, 32, 33, 1031};
 
 std::vector<float> ramp(std::size_t count, float scale) {
@@ -67,14 +64,7 @@ TEST_P(MixKernelTest, MonoAndStereoMatchThePlainLoopBitForBit) {
 }
 
 TEST_P(MixKernelTest, ClampScrubsNaNAndClampsEveryLaneWithinItsRange) {
-    const float specials[] = {std::numeric_limits<float>::quiet_NaN(),
-                              std::numeric_limits<float>::infinity(),
-                              -std::numeric_limits<float>::infinity(),
-                              1.5f,
-                              -1.5f,
-                              1.0f,
-                              -0.0f,
-                              0.25f};
+    const float specials[] = {NAN, INFINITY, -INFINITY, 1.5f, -1.5f, 1.0f, -0.0f, 0.25f};
     for (const std::size_t count : kLengths) {
         std::vector<float> samples(count + 2, 7.0f);
         for (std::size_t i = 1; i <= count; ++i) {

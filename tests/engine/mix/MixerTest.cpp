@@ -1,11 +1,10 @@
-// The mixer heard through its output: exact levels and pan, exact start and end frames, ramps with
-// no click, sources that run dry or fail, and hostile samples. (Loops, pause, stop and stale
-// handles are heard through the player and the engine in their own tests.)
+// The mixer heard through its output: exact levels and pan, exact start and end frames, ramps
+// with no click. (Hostile samples: MixKernelTest; loops and stale handles: player and engine.)
 #include "engine/mix/Mixer.hpp"
 
 #include <cmath>
-#include <limits>
 #include <numbers>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -41,15 +40,6 @@ protected:
             frames -= n;
         }
     }
-    std::vector<VoiceEnded> events() {
-        std::vector<VoiceEnded> result;
-        VoiceEnded event;
-        while (mMixer.pollEvent(event)) {
-            result.push_back(event);
-        }
-        return result;
-    }
-
     Mixer mMixer{8};
     std::vector<float> mSamples;
 };
@@ -84,7 +74,6 @@ TEST_P(MixerPanTest, SteadyLevelsFollowPanAndVolume) {
 }
 
 const float kCentre = 0.5f * static_cast<float>(std::numbers::sqrt2 / 2.0); // -3 dB
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 
 INSTANTIATE_TEST_SUITE_P(
     Table, MixerPanTest,
@@ -95,22 +84,47 @@ INSTANTIATE_TEST_SUITE_P(
                       PanCase{"stereo centre", 0.0f, 1.0f, 2, 0.5f, -0.25f},
                       PanCase{"stereo half left", -0.5f, 1.0f, 2, 0.5f, -0.25f * 0.70710678f},
                       PanCase{"stereo hard left half volume", -1.0f, 0.5f, 2, 0.25f, 0.0f},
-                      PanCase{"NaN volume is silence", 0.0f, kNaN, 1, 0.0f, 0.0f},
+                      PanCase{"NaN volume is silence", 0.0f, NAN, 1, 0.0f, 0.0f},
                       PanCase{"out of range is clamped", -7.0f, 3.0f, 1, 0.5f, 0.0f}),
     test::CaseName());
 
-TEST_F(MixerTest, AVoiceStartsOnTheExactFrameAskedEvenInsideABlock) {
-    const auto data = constantSound(1000, 0.5f);
-    start(*data, {-1.0f, 1.0f, 0}, 1234);
-    render(4000);
+// Every way a voice ends: its sound played out (started inside a block), its source failed, its
+// sound was empty (even looping), or its source ran dry, waited silently and then filled.
+TEST_F(MixerTest, EveryVoiceEndsOnItsExactFrameWithItsReason) {
+    const auto tone = constantSound(1000, 0.5f);
+    auto failing = constantSound(1000, 0.0f, false);
+    failing->finish(false);
+    const auto empty = constantSound(0, 0.0f);
+    auto dry = constantSound(1000, 0.5f, false);
+    start(*failing, {}, MixerCommand::kNow, 1); // commands go in frame order
+    start(*dry, {1.0f, 1.0f, 0}, MixerCommand::kNow, 3);
+    start(*empty, {0.0f, 1.0f, -1}, 300, 2);
+    start(*tone, {-1.0f, 1.0f, 0}, 1234, 0);
+    render(3000);
+    EXPECT_EQ(mMixer.voicePosition({3, 1}), 1000u);
+    const std::vector<float> more(500, 0.5f);
+    dry->append(more.data(), more.size());
+    dry->finish(true);
+    render(1000);
+
+    using Reason = VoiceEnded::Reason;
+    std::vector<std::tuple<std::uint32_t, std::uint64_t, Reason>> ends;
+    for (VoiceEnded end; mMixer.pollEvent(end);) {
+        ends.emplace_back(end.voice.slot, end.frame, end.reason);
+    }
+    EXPECT_EQ(ends, (decltype(ends){{2, 300, Reason::finished},
+                                    {1, 1000, Reason::failed},
+                                    {0, 2234, Reason::finished},
+                                    {3, 3500, Reason::finished}}));
+    EXPECT_EQ(mMixer.voiceState({0, 1}), Mixer::VoiceState::ended);
+    // Left: the tone from its first frame to its last. Right: silence while the source was dry.
     const OfflineAudio audio(mSamples);
-    EXPECT_EQ(audio.firstNonSilentFrame(), 1234u);
-    EXPECT_EQ(audio.endOfSound(), 2234u);
-    const auto ended = events();
-    ASSERT_EQ(ended.size(), 1u);
-    EXPECT_EQ(ended[0].frame, 2234u);
-    EXPECT_EQ(ended[0].reason, VoiceEnded::Reason::finished);
-    EXPECT_EQ(mMixer.voiceState(ended[0].voice), Mixer::VoiceState::ended);
+    EXPECT_EQ(audio.peak(0, 0, 1234), 0.0f);
+    EXPECT_GT(audio.peak(0, 1234, 1235), 0.0f);
+    EXPECT_GT(audio.peak(0, 2233, 2234), 0.0f);
+    EXPECT_EQ(audio.peak(0, 2234), 0.0f);
+    EXPECT_EQ(audio.peak(1, 1000, 3000), 0.0f);
+    EXPECT_EQ(audio.endOfSound(), 3500u);
 }
 
 struct RampCase : test::NamedCase {
@@ -143,50 +157,6 @@ INSTANTIATE_TEST_SUITE_P(
                       RampCase{"volume", MixerCommand::Kind::setParams, Voice::kParamRampFrames,
                                0.75f}),
     test::CaseName());
-
-TEST_F(MixerTest, AVoiceWhoseSourceRunsDryWaitsSilentlyAndGoesOnWhenItFills) {
-    auto data = constantSound(1000, 0.5f, false);
-    start(*data);
-    render(3000);
-    EXPECT_TRUE(events().empty());
-    EXPECT_EQ(mMixer.voicePosition({0, 1}), 1000u);
-    EXPECT_EQ(OfflineAudio(mSamples).endOfSound(), 1000u);
-
-    const std::vector<float> more(500, 0.5f);
-    data->append(more.data(), more.size());
-    data->finish(true);
-    render(2000);
-    const auto ended = events();
-    ASSERT_EQ(ended.size(), 1u);
-    EXPECT_EQ(ended[0].frame, 3500u);
-    EXPECT_EQ(ended[0].reason, VoiceEnded::Reason::finished);
-}
-
-TEST_F(MixerTest, AFailingSourceEndsWhereItFailsAndAnEmptyOneWhereItStartsEvenLooping) {
-    auto failing = constantSound(1000, 0.5f, false);
-    failing->finish(false);
-    const auto empty = constantSound(0, 0.0f);
-    start(*failing, {}, MixerCommand::kNow, 0);
-    start(*empty, {0.0f, 1.0f, -1}, 300, 1);
-    render(1500);
-    const auto ended = events();
-    ASSERT_EQ(ended.size(), 2u);
-    EXPECT_EQ(ended[0].frame, 300u);
-    EXPECT_EQ(ended[0].voice.slot, 1u);
-    EXPECT_EQ(ended[1].reason, VoiceEnded::Reason::failed);
-    EXPECT_EQ(ended[1].frame, 1000u);
-}
-
-TEST_F(MixerTest, NonFiniteAndHugeSamplesNeverReachTheOutput) {
-    const float inf = std::numeric_limits<float>::infinity();
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const auto data = soundOf({0.5f, nan, inf, -inf, 1e30f, -1e30f, 3.0f, -0.2f});
-    const auto other = constantSound(8, 0.9f);
-    start(*data, {0.0f, 1.0f, 100}, 0, 0);
-    start(*other, {0.3f, 1.0f, 100}, 0, 1);
-    render(2000);
-    EXPECT_TRUE(OfflineAudio(mSamples).allFiniteAndInRange());
-}
 
 } // namespace
 } // namespace vantelo_sounds::engine
