@@ -34,54 +34,31 @@ protected:
     std::string c = sounds.tone("c.wav", 900, 0.5);
 };
 
-TEST_F(PlayQueueTest, QueuedSoundWithNothingPlayingStartsAtOnceAndLeavesTheQueueAtItsEnd) {
-    manager().play(queued(a), completionNoting("a"));
-    EXPECT_EQ(entries(), std::vector<std::string>{playingIn(1)});
-    EXPECT_EQ(playQueue().size(), 1u) << "the item stays while its sound plays";
-    advance(0.6);
-    EXPECT_TRUE(playQueue().empty());
-    EXPECT_EQ(timedEntries().back(), "500.000ms done a");
-}
-
-TEST_F(PlayQueueTest, SecondQueuedSoundStartsWhenTheFirstEndsBeforeTheFirstsCompletion) {
-    manager().play(queued(a), completionNoting("a"));
-    manager().play(queued(b), completionNoting("b"));
-    EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), waiting(b)}));
-
-    advance(1.2);
-    EXPECT_EQ(timedEntries(),
-              (std::vector<std::string>{"0.000ms " + playingIn(1), "0.000ms " + waiting(b),
-                                        "500.000ms " + playingIn(1), "500.000ms done a",
-                                        "1000.000ms done b"}));
-    EXPECT_NEAR(heardFrequency(0.05, 0.45), 300, 3);
-    EXPECT_NEAR(heardFrequency(0.55, 0.95), 600, 3);
-}
-
-TEST_F(PlayQueueTest, WaitingSoundsStartInReverseOrderOfArrival) {
+// The first starts at once and its item stays while it plays; the others wait. Each end takes
+// the ended sound's item out, starts the last waiting item, and only then completes: waiting
+// sounds start in reverse order of arrival.
+TEST_F(PlayQueueTest, WaitingSoundsStartLastFirstEachBeforeTheEndedSoundsCompletion) {
     manager().play(queued(a), completionNoting("a"));
     manager().play(queued(b), completionNoting("b"));
     manager().play(queued(c), completionNoting("c"));
+    EXPECT_EQ(playQueue().size(), 3u);
     advance(1.6);
+    EXPECT_EQ(timedEntries(),
+              (std::vector<std::string>{"0.000ms " + playingIn(1), "0.000ms " + waiting(b),
+                                        "0.000ms " + waiting(c), "500.000ms " + playingIn(1),
+                                        "500.000ms done a", "1000.000ms " + playingIn(1),
+                                        "1000.000ms done c", "1500.000ms done b"}));
+    EXPECT_TRUE(playQueue().empty());
     EXPECT_NEAR(heardFrequency(0.05, 0.45), 300, 3);
     EXPECT_NEAR(heardFrequency(0.55, 0.95), 900, 3);
     EXPECT_NEAR(heardFrequency(1.05, 1.45), 600, 3);
-    std::vector<std::string> done;
-    for (const auto& entry : timedEntries()) {
-        if (entry.find(" done ") != std::string::npos) {
-            done.push_back(entry);
-        }
-    }
-    EXPECT_EQ(done, (std::vector<std::string>{"500.000ms done a", "1000.000ms done c",
-                                              "1500.000ms done b"}));
+    EXPECT_EQ(heard().endOfSound(), frameAt(1.5)) << "each started on the frame the last ended";
 }
 
-TEST_F(PlayQueueTest, UnqueuedSoundHoldsUpOnlyQueuedRequestsForItsOwnFile) {
+TEST_F(PlayQueueTest, AnUnqueuedSoundHoldsUpNoQueuedRequestForAnotherFile) {
     manager().play(settingsFor(a, 0, 1, false, true));
-    manager().play(queued(b), completionNoting("b"));
+    manager().play(queued(b));
     EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), playingIn(2)}));
-
-    manager().play(queued(a), completionNoting("queued a"));
-    EXPECT_EQ(entries().back(), waiting(a));
 }
 
 TEST_F(PlayQueueTest, QueuedRequestForAnUnqueuedSoundsFileLeavesUnplayedWhenThatSoundEnds) {
@@ -120,19 +97,6 @@ TEST_F(PlayQueueTest, NeitherStoppingAWaitingFileNorTheEndOfAnUnqueuedSoundTouch
     EXPECT_EQ(completions("c"), 1);
     EXPECT_EQ(playQueue().size(), 2u);
     EXPECT_EQ(entries().back(), "done c") << "nothing started from the queue";
-}
-
-TEST_F(PlayQueueTest, PerFileLimitFiringInsideTheQueueStepDoesNotDeadlock) {
-    for (int i = 1; i <= 8; ++i) {
-        manager().play(settingsFor(a, 0, 1, false, true), completionNoting(std::to_string(i)));
-    }
-    manager().play(queued(a), completionNoting("queued"));
-    const auto log = entries();
-    ASSERT_GE(log.size(), 11u);
-    EXPECT_EQ(log[8].rfind("Sound is already playing on more than 8 channels.", 0), 0u);
-    EXPECT_EQ(log[9], "done 1");
-    EXPECT_EQ(log[10], playingIn(1));
-    EXPECT_EQ(table().size(), 8u);
 }
 
 TEST_F(PlayQueueTest, CompletionsMayPlayAndStopSoundsThemselves) {

@@ -37,7 +37,6 @@ TEST(PlaySoundSettingsTest, EachFactorySetsItsFieldsAndEveryRecordGetsItsOwnUUID
          PlaySoundSettings::custom(kBeep, false, SoundsVolumeType::custom(2.0f),
                                    SoundsPanType::custom(-3.0f), true),
          false, true, 2.0f, -3.0f},
-        {"instanly again", PlaySoundSettings::instanly(kBeep), false, false, 0.75f, 0.0f},
     };
     // Upper-case hexadecimal, version 4, RFC 4122 variant.
     const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");

@@ -1,12 +1,10 @@
-// The pan and volume enumerations made from raw values, and the speech error's text.
+// The pan and volume enumerations made from raw values.
 #include <bit>
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <vantelo_sounds/SoundsError.hpp>
 #include <vantelo_sounds/SoundsPanType.hpp>
 #include <vantelo_sounds/SoundsVolumeType.hpp>
-#include <vantelo_sounds/platform/ErrorDescription.hpp>
 
 #include <gtest/gtest.h>
 
@@ -37,7 +35,6 @@ TEST(SoundsLevelTypesTest, FromRawValueMatchesByFloatEqualityElseCustom) {
                                        {-0.0f, Pan::center},
                                        {1.0f, Pan::right},
                                        {0.5f, Pan::custom},
-                                       {std::nextafter(1.0f, 2.0f), Pan::custom},
                                        {kNaN, Pan::custom}});
     using Volume = SoundsVolumeType::Kind;
     expectFromRawValue<SoundsVolumeType>({{-0.0f, Volume::silent},
@@ -48,14 +45,6 @@ TEST(SoundsLevelTypesTest, FromRawValueMatchesByFloatEqualityElseCustom) {
                                           {0.75f, Volume::high},
                                           {1.0f, Volume::max},
                                           {kNaN, Volume::custom}});
-}
-
-TEST(SoundsErrorTest, DescribesItselfInTheLibrarysDomainWithCaseIndexZero) {
-    const std::error_code error = SoundsError::VoiceEngineIsUnavailableForSelectedLanguage;
-    EXPECT_NE(error, std::error_code{}) << "another category's zero is a different error";
-    EXPECT_EQ(errorDescription(error),
-              "Error Domain=vantelo_sounds.SoundsError Code=0 \"The speech voice is unavailable "
-              "for the selected language.\"");
 }
 
 } // namespace

@@ -67,8 +67,6 @@ TEST(FileURLPathTest, ComponentsChangeWithinTheRootAndEqualityIsByNormalisedPath
 
     const FileURL a = FileURL::fileURLWithPath("/tmp/x/../a.wav");
     EXPECT_EQ(a, FileURL::fileURLWithPath("/tmp//a.wav"));
-    EXPECT_EQ(std::hash<FileURL>{}(a),
-              std::hash<FileURL>{}(FileURL::fileURLWithPath("/tmp//a.wav")));
     EXPECT_NE(a, FileURL::fileURLWithPath("/tmp/A.wav"));
 }
 

@@ -2,7 +2,6 @@
 // post starts; observers that change the registrations while a post is under way.
 #include <string>
 #include <vantelo_sounds/platform/NotificationCenter.hpp>
-#include <vantelo_sounds/platform/Simulation.hpp>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -51,14 +50,6 @@ TEST_F(NotificationCenterTest, ObserversChangedDuringAPostCountFromTheNextPost) 
     victim = record("A", "victim");
     post("A");
     EXPECT_EQ(log, (Log{"changer", "late:A"})) << "the victim is skipped, late hears one post";
-}
-
-TEST(NotificationCenterDefaultTest, AResetDropsEveryObserverOfTheDefaultCenter) {
-    int calls = 0;
-    NotificationCenter::defaultCenter().addObserver("", [&](const Notification&) { ++calls; });
-    simulation::resetDefaultNotificationCenter();
-    NotificationCenter::defaultCenter().post({"A", nullptr, std::nullopt});
-    EXPECT_EQ(calls, 0);
 }
 
 } // namespace

@@ -21,14 +21,8 @@ protected:
     test::TempFolder folder;
 };
 
-TEST_F(SearchPathsTest, AnAbsoluteXdgCacheHomeIsUsedAndMadeWithItsParents) {
+TEST_F(SearchPathsTest, AnAbsoluteXdgHomeIsUsedElseHomeAndOnlyCachesAreMade) {
     const std::string caches = folder / "deep/er/cache";
-    ScopedEnv xdg("XDG_CACHE_HOME", caches);
-    EXPECT_EQ(SearchPaths::cachesDirectories(), Paths{caches});
-    EXPECT_TRUE(fs::is_directory(caches));
-}
-
-TEST_F(SearchPathsTest, ARelativeOrEmptyXdgHomeFallsBackToHomeAndOnlyCachesAreMade) {
     ScopedEnv home("HOME", folder.path());
     ScopedEnv config("XDG_CONFIG_HOME", "relative/config");
     for (const char* value : {"relative/cache", ""}) {
@@ -39,6 +33,9 @@ TEST_F(SearchPathsTest, ARelativeOrEmptyXdgHomeFallsBackToHomeAndOnlyCachesAreMa
     EXPECT_TRUE(fs::is_directory(folder / ".cache"));
     EXPECT_FALSE(fs::exists(folder / ".config"));
     EXPECT_FALSE(fs::exists("relative"));
+    ScopedEnv xdg("XDG_CACHE_HOME", caches);
+    EXPECT_EQ(SearchPaths::cachesDirectories(), Paths{caches});
+    EXPECT_TRUE(fs::is_directory(caches)) << "made with its parents";
 }
 
 TEST_F(SearchPathsTest, AnyEntryButADanglingLinkExistsAndWhateverIsThereIsRemoved) {

@@ -1,4 +1,5 @@
-// Voices by language, answered from espeak-ng's installed voice list or from a pretended one.
+// Voices by language, answered from espeak-ng's installed voice list. (A pretended list is
+// ManagerCoreTest's.)
 #include <thread>
 #include <vantelo_sounds/platform/Simulation.hpp>
 #include <vantelo_sounds/platform/SpeechSynthesisVoice.hpp>
@@ -63,21 +64,6 @@ TEST_F(SpeechSynthesisVoiceTest, LookupsFromSeveralThreadsAllFindTheBritishVoice
         thread.join();
     }
     EXPECT_EQ(identifiers, Codes(4, "gmw/en"));
-}
-
-TEST_F(SpeechSynthesisVoiceTest, APretendedListDecidesWhichLanguagesHaveVoices) {
-    simulation::setAvailableLanguages(Codes{"fr-FR", "xx-XX"});
-    EXPECT_EQ(SpeechSynthesisVoice::voiceWithLanguage("en-GB"), nullptr);
-    const auto french = SpeechSynthesisVoice::voiceWithLanguage("FR-fr");
-    ASSERT_NE(french, nullptr);
-    EXPECT_EQ(french->language(), "FR-fr");
-    EXPECT_NE(SpeechSynthesisVoice::voiceWithLanguage("xx-XX"), nullptr)
-        << "a listed language counts even when espeak-ng lacks it";
-
-    simulation::setAvailableLanguages(Codes{});
-    EXPECT_EQ(SpeechSynthesisVoice::voiceWithLanguage("fr-FR"), nullptr);
-    simulation::setAvailableLanguages(std::nullopt);
-    EXPECT_NE(SpeechSynthesisVoice::voiceWithLanguage("en-GB"), nullptr);
 }
 
 } // namespace

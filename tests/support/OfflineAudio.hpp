@@ -20,22 +20,72 @@ public:
     std::size_t frames() const noexcept { return mSamples.size() / 2; }
     float sample(std::size_t frame, int channel) const { return mSamples[2 * frame + channel]; }
 
-    double rms(int channel, std::size_t first = 0, std::size_t last = kEnd) const;
-    float peak(int channel, std::size_t first = 0, std::size_t last = kEnd) const;
+    double rms(int channel, std::size_t first = 0, std::size_t last = kEnd) const {
+        double sum = 0.0;
+        forEach(first, last, [&](std::size_t f) {
+            const double x = sample(f, channel);
+            sum += x * x;
+        });
+        return first < clampLast(last) ? std::sqrt(sum / double(clampLast(last) - first)) : 0.0;
+    }
+    float peak(int channel, std::size_t first = 0, std::size_t last = kEnd) const {
+        float result = 0.0f;
+        forEach(first, last,
+                [&](std::size_t f) { result = std::max(result, std::abs(sample(f, channel))); });
+        return result;
+    }
     /// The largest difference between two neighbouring samples of the channel.
-    float maxStep(int channel, std::size_t first = 0, std::size_t last = kEnd) const;
+    float maxStep(int channel, std::size_t first = 0, std::size_t last = kEnd) const {
+        float result = 0.0f;
+        forEach(first + 1, last, [&](std::size_t f) {
+            result = std::max(result, std::abs(sample(f, channel) - sample(f - 1, channel)));
+        });
+        return result;
+    }
     /// Frequency from the count of upward zero crossings, in Hz.
-    double zeroCrossingFrequency(int channel, std::size_t first = 0, std::size_t last = kEnd) const;
+    double zeroCrossingFrequency(int channel, std::size_t first = 0,
+                                 std::size_t last = kEnd) const {
+        std::size_t crossings = 0;
+        forEach(first + 1, last, [&](std::size_t f) {
+            crossings += sample(f - 1, channel) < 0.0f && sample(f, channel) >= 0.0f ? 1 : 0;
+        });
+        return first < clampLast(last)
+                   ? double(crossings) * 48000.0 / double(clampLast(last) - first)
+                   : 0.0;
+    }
     /// The first frame where either channel exceeds `threshold` in magnitude.
     std::optional<std::size_t> firstNonSilentFrame(float threshold = 1e-6f,
-                                                   std::size_t from = 0) const;
+                                                   std::size_t from = 0) const {
+        for (std::size_t f = from; f < frames(); ++f) {
+            if (loud(f, threshold)) {
+                return f;
+            }
+        }
+        return std::nullopt;
+    }
     /// The frame after the last one where either channel exceeds `threshold` in magnitude.
-    std::optional<std::size_t> endOfSound(float threshold = 1e-6f) const;
+    std::optional<std::size_t> endOfSound(float threshold = 1e-6f) const {
+        for (std::size_t f = frames(); f > 0; --f) {
+            if (loud(f - 1, threshold)) {
+                return f;
+            }
+        }
+        return std::nullopt;
+    }
     /// True when every sample is finite and within [-1, 1].
-    bool allFiniteAndInRange() const;
+    bool allFiniteAndInRange() const {
+        return std::all_of(mSamples.begin(), mSamples.end(),
+                           [](float x) { return std::isfinite(x) && x >= -1.0f && x <= 1.0f; });
+    }
 
 private:
     std::size_t clampLast(std::size_t last) const noexcept { return std::min(last, frames()); }
+    template <typename Visit>
+    void forEach(std::size_t first, std::size_t last, Visit visit) const {
+        for (std::size_t f = first, end = clampLast(last); f < end; ++f) {
+            visit(f);
+        }
+    }
     bool loud(std::size_t frame, float threshold) const {
         return std::abs(sample(frame, 0)) > threshold || std::abs(sample(frame, 1)) > threshold;
     }
