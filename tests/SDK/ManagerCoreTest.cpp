@@ -4,13 +4,12 @@
 #include <set>
 #include <thread>
 #include <vantelo_sounds/platform/Bundle.hpp>
-#include <vantelo_sounds/platform/Console.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
 #include <vantelo_sounds/platform/Simulation.hpp>
 
 #include <gtest/gtest.h>
 
-#include "support/ManagerTestAccess.hpp"
+#include "support/ManagerFixture.hpp"
 #include "support/NamedCase.hpp"
 
 namespace vantelo_sounds {
@@ -19,30 +18,14 @@ namespace {
 using Access = VTOSoundsManagerTestAccess;
 using simulation::AudioSessionOperation;
 
-class ManagerCreationTest : public ::testing::Test {
+class ManagerCreationTest : public test::ManagerFixture {
 protected:
     ManagerCreationTest() {
-        RunLoop::resetMainManual();
-        simulation::resetAudioSession();
-        simulation::resetDefaultNotificationCenter();
         simulation::setAvailableLanguages(std::vector<std::string>{"en-GB", "fr-FR"});
-        Bundle::main().setLocalizations({});
-        Console::shared().setSink([this](std::string_view line) {
-            std::lock_guard lock(mMutex);
-            lines.emplace_back(line);
-        });
     }
-    ~ManagerCreationTest() override {
-        Console::shared().setSink({});
-        simulation::setAvailableLanguages(std::nullopt);
-        simulation::resetAudioSession();
-    }
+    ~ManagerCreationTest() override { simulation::setAvailableLanguages(std::nullopt); }
 
     AudioSession& session = AudioSession::sharedInstance();
-    std::vector<std::string> lines;
-
-private:
-    std::mutex mMutex;
 };
 
 TEST_F(ManagerCreationTest, SetsUpThePlaybackSessionMixingWithOthersAndPrintsNothing) {
@@ -52,7 +35,7 @@ TEST_F(ManagerCreationTest, SetsUpThePlaybackSessionMixingWithOthersAndPrintsNot
     EXPECT_EQ(session.categoryOptions(), kInterruptSpokenAudioAndMixWithOthers);
     EXPECT_TRUE(session.isActive());
     EXPECT_EQ(Access::syntesizer(*manager).delegate(), manager.get());
-    EXPECT_TRUE(lines.empty());
+    EXPECT_TRUE(entries().empty());
     // A manager that is gone hears no more interruptions (AddressSanitizer watches that).
     manager.reset();
     session.postInterruption(kAudioSessionInterruptionTypeEnded,
@@ -80,7 +63,7 @@ TEST_P(ManagerSessionRefusalTest, PrintsOneSoundErrorLineAndTheManagerStillWorks
     bool completed = false;
     Access::playSound(*manager, std::nullopt, [&] { completed = true; });
     EXPECT_TRUE(completed) << "a request without settings completes at once";
-    EXPECT_EQ(lines, std::vector<std::string>{"SOUND ERROR: " + error.message()});
+    EXPECT_EQ(entries(), std::vector<std::string>{"SOUND ERROR: " + error.message()});
     EXPECT_TRUE(Access::table(*manager).empty());
 }
 
@@ -105,7 +88,7 @@ TEST_F(ManagerCreationTest, TheVoiceFollowsTheBundlesLocalizationOfEnGBAndMayBeM
     EXPECT_EQ(languages(*Access::make()), Languages("fr-FR", "en-GB"));
     simulation::setAvailableLanguages(std::vector<std::string>{});
     EXPECT_EQ(languages(*Access::make()), Languages("none", "none"));
-    EXPECT_TRUE(lines.empty()) << "a missing voice is reported only when speech is asked for";
+    EXPECT_TRUE(entries().empty()) << "a missing voice is reported only when speech is asked for";
 }
 
 TEST_F(ManagerCreationTest, SharedFromEightThreadsIsOneManagerAndOneErrorLineAtMost) {
@@ -127,7 +110,7 @@ TEST_F(ManagerCreationTest, SharedFromEightThreadsIsOneManagerAndOneErrorLineAtM
     EXPECT_EQ(seen.size(), 1u);
     EXPECT_EQ(&VTOSoundsManager::shared(), *seen.begin());
     // One line when this process made the manager just now; none when an earlier test did.
-    EXPECT_LE(lines.size(), 1u);
+    EXPECT_LE(entries().size(), 1u);
 }
 
 } // namespace

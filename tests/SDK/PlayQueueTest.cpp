@@ -1,20 +1,13 @@
 // Queued playback on the manual clock: what waits, what starts when a sound ends, in which order,
 // and when completions run, checked in the console, in the queue and in what is heard.
 #include <thread>
-#include <vantelo_sounds/platform/Console.hpp>
-#include <vantelo_sounds/platform/Simulation.hpp>
 
 #include <gtest/gtest.h>
 
-#include "platform/AudioSystem.hpp"
 #include "support/ManagerFixture.hpp"
 
 namespace vantelo_sounds::test {
 namespace {
-
-std::string playingIn(int channel) {
-    return "Sound is playing in channel " + std::to_string(channel);
-}
 
 class PlayQueueTest : public ManagerFixture {
 protected:
@@ -126,45 +119,25 @@ TEST_F(PlayQueueTest, CallsFromAnotherThreadRunOnTheLoopThread) {
 
 // Real time on the null output: two sounds whose ends fall a few milliseconds apart, usually in
 // one 21 ms output block, each complete once. Each case takes about 0.15 s of real time.
-class CompletionsInRealTimeTest : public ::testing::TestWithParam<int> {
+class CompletionsInRealTimeTest : public ManagerFixture, public ::testing::WithParamInterface<int> {
 protected:
-    CompletionsInRealTimeTest() {
-        mLoop = &RunLoop::resetMain(std::make_shared<SteadyClock>());
-        simulation::resetAudioSession();
-        simulation::resetDefaultNotificationCenter();
-        AudioSystem::reset(OutputConfig{OutputConfig::Kind::null, {}});
-        Console::shared().setSink([](std::string_view) {});
-        mManager = VTOSoundsManagerTestAccess::make();
-    }
-    ~CompletionsInRealTimeTest() override {
-        mManager.reset();
-        Console::shared().setSink({});
-        RunLoop::resetMainManual();
-        AudioSystem::reset(OutputConfig{OutputConfig::Kind::manual, {}});
-    }
-
-    SoundFixtures mSounds;
-    RunLoop* mLoop = nullptr;
-    std::unique_ptr<VTOSoundsManager> mManager;
+    CompletionsInRealTimeTest()
+        : ManagerFixture(true) {}
 };
 
 TEST_P(CompletionsInRealTimeTest, SoundsEndingMillisecondsApartEachCompleteOnce) {
-    const double gap = GetParam() / 1000.0;
-    const auto first = mSounds.tone("first.wav", 300, 0.1);
-    const auto second = mSounds.tone("second.wav", 500, 0.1 + gap);
-    int firstDone = 0;
-    int secondDone = 0;
-    mManager->play(PlaySoundSettings::instanly(FileURL::fileURLWithPath(first)),
-                   [&] { ++firstDone; });
-    mManager->play(PlaySoundSettings::instanly(FileURL::fileURLWithPath(second)), [&] {
-        ++secondDone;
-        mLoop->stop();
-    });
-    mLoop->runUntil(mLoop->now() + seconds(3.0));
-    mLoop->runUntil(mLoop->now() + seconds(0.03)); // anything late or repeated would come now
-    EXPECT_EQ(firstDone, 1);
-    EXPECT_EQ(secondDone, 1);
-    EXPECT_TRUE(VTOSoundsManagerTestAccess::table(*mManager).empty());
+    RunLoop& loop = RunLoop::main();
+    manager().play(settingsFor(sounds.tone("first.wav", 300, 0.1)), completionNoting("first"));
+    manager().play(settingsFor(sounds.tone("second.wav", 500, 0.1 + GetParam() / 1000.0)),
+                   [&, done = completionNoting("second")] {
+                       done();
+                       loop.stop();
+                   });
+    loop.runUntil(loop.now() + seconds(3.0));
+    loop.runUntil(loop.now() + seconds(0.03)); // anything late or repeated would come now
+    EXPECT_EQ(completions("first"), 1);
+    EXPECT_EQ(completions("second"), 1);
+    EXPECT_TRUE(table().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Gaps, CompletionsInRealTimeTest, ::testing::Values(0, 1, 2, 3, 5),

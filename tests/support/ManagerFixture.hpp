@@ -29,25 +29,32 @@ namespace vantelo_sounds::test {
 /// and default notification center, the manual output whose mix is kept in memory, a console
 /// whose lines are kept, test sounds in a temporary folder and a caches folder of its own. Console
 /// lines and completions go into one ordered log, each stamped with the loop time in milliseconds
-/// ("12.500ms Sound is playing in channel 1").
+/// ("12.500ms Sound is playing in channel 1"). A real-time fixture has the steady clock and the
+/// null output instead, and hears nothing.
 class ManagerFixture : public ::testing::Test {
 protected:
-    ManagerFixture() {
+    explicit ManagerFixture(bool realTime = false)
+        : mLoop(realTime ? RunLoop::resetMain(std::make_shared<SteadyClock>())
+                         : RunLoop::resetMainManual()) {
         std::filesystem::create_directories(sounds.path("caches"));
         simulation::resetAudioSession();
         simulation::resetDefaultNotificationCenter();
         Bundle::main().setResourcePath(sounds.dir());
         Bundle::main().setLocalizations({});
-        AudioSystem::reset(OutputConfig{OutputConfig::Kind::manual, {}})
-            .engine()
-            .manualOutput()
-            ->setCapture(&mMix);
+        using Kind = OutputConfig::Kind;
+        AudioSystem& audio =
+            AudioSystem::reset(OutputConfig{realTime ? Kind::null : Kind::manual, {}});
+        if (auto* output = audio.engine().manualOutput()) {
+            output->setCapture(&mMix);
+        }
         Console::shared().setSink([this](std::string_view line) { note(std::string(line)); });
     }
     ~ManagerFixture() override {
         mManager.reset();
-        AudioSystem::shared().engine().manualOutput()->setCapture(nullptr);
         Console::shared().setSink({});
+        simulation::resetAudioSession();
+        RunLoop::resetMainManual();
+        AudioSystem::reset(OutputConfig{OutputConfig::Kind::manual, {}}); // lets go of mMix
     }
 
     VTOSoundsManager& manager() {
@@ -99,6 +106,9 @@ protected:
         return static_cast<std::size_t>(seconds * 48000 + 0.5);
     }
 
+    static std::string playingIn(int channel) {
+        return "Sound is playing in channel " + std::to_string(channel);
+    }
     auto& table() { return VTOSoundsManagerTestAccess::table(manager()); }
     auto& playQueue() { return VTOSoundsManagerTestAccess::playQueue(manager()); }
 
@@ -113,7 +123,7 @@ private:
     }
 
     ScopedEnv mCacheHome{"XDG_CACHE_HOME", sounds.path("caches")};
-    RunLoop& mLoop = RunLoop::resetMainManual();
+    RunLoop& mLoop;
     std::unique_ptr<VTOSoundsManager> mManager;
     std::vector<std::string> mLog;
     std::vector<float> mMix;
