@@ -25,14 +25,11 @@ protected:
     std::string previousPath = bundle.resourcePath();
 };
 
-TEST_F(BundleTest, LocalizedStringsComeFromTheTableFileOrTheGameElseTheDefaultThenTheKey) {
+TEST_F(BundleTest, LocalizedStringsComeFromTheFileOrTheGameElseTheKeyIsItsOwnText) {
     folder.write("Localizable.strings", "\"en-GB\" = \"de-DE\";\n\"empty\" = \"\";");
-    folder.write("Menu.strings", "\"en-GB\" = \"it-IT\";");
     EXPECT_EQ(bundle.localizedString("en-GB"), "de-DE");
-    EXPECT_EQ(bundle.localizedString("en-GB", "", "Menu"), "it-IT");
     EXPECT_EQ(bundle.localizedString("empty"), "") << "a present empty text is a translation";
-    EXPECT_EQ(bundle.localizedString("missing", "fallback"), "fallback");
-    EXPECT_EQ(bundle.localizedString("en-GB", "", "NoSuchTable"), "en-GB");
+    EXPECT_EQ(bundle.localizedString("missing"), "missing");
 
     bundle.setLocalizations({{"en-GB", "es-ES"}});
     EXPECT_EQ(bundle.localizedString("en-GB"), "es-ES");

@@ -1,7 +1,6 @@
 // Voices by language, answered from espeak-ng's installed voice list. (A pretended list is
 // ManagerCoreTest's.)
 #include <thread>
-#include <vantelo_sounds/platform/Simulation.hpp>
 #include <vantelo_sounds/platform/SpeechSynthesisVoice.hpp>
 #include <vector>
 
@@ -14,19 +13,12 @@ namespace {
 
 using Codes = std::vector<std::string>;
 
-class SpeechSynthesisVoiceTest : public ::testing::Test {
-protected:
-    SpeechSynthesisVoiceTest() { simulation::setAvailableLanguages(std::nullopt); }
-    ~SpeechSynthesisVoiceTest() override { simulation::setAvailableLanguages(std::nullopt); }
-};
-
 struct LanguageCase : test::NamedCase {
     const char* code;
     bool available;
 };
 
-class VoiceLookupTest : public SpeechSynthesisVoiceTest,
-                        public ::testing::WithParamInterface<LanguageCase> {};
+class VoiceLookupTest : public ::testing::TestWithParam<LanguageCase> {};
 
 TEST_P(VoiceLookupTest, InstalledLanguagesHaveAVoiceThatCanSpeak) {
     const auto voice = SpeechSynthesisVoice::voiceWithLanguage(GetParam().code);
@@ -49,7 +41,7 @@ INSTANTIATE_TEST_SUITE_P(Codes, VoiceLookupTest,
                                            LanguageCase{"newline", "en\n", false}),
                          test::CaseName());
 
-TEST_F(SpeechSynthesisVoiceTest, LookupsFromSeveralThreadsAllFindTheBritishVoice) {
+TEST(SpeechSynthesisVoiceTest, LookupsFromSeveralThreadsAllFindTheBritishVoice) {
     std::vector<std::thread> threads;
     Codes identifiers(4);
     for (std::size_t t = 0; t < identifiers.size(); ++t) {

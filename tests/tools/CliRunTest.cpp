@@ -90,7 +90,7 @@ protected:
     CliResult mLast; ///< the last run of events()
 };
 
-TEST_F(CliRunTest, InvalidScenariosAndUsageExitWithTwoBeforeAnythingRuns) {
+TEST_F(CliRunTest, InvalidScenariosUsageAndUnwritableOutputsFailBeforeAnythingRuns) {
     // The first step is valid and early: nothing may run before the whole file is checked.
     const std::string path = writeScenario(R"({"duration": 1, "steps": [
         {"at": 0, "do": "play", "file": "x.wav"}, {"at": 0.5, "do": "dance"}]})");
@@ -105,14 +105,13 @@ TEST_F(CliRunTest, InvalidScenariosAndUsageExitWithTwoBeforeAnythingRuns) {
     const CliResult missing = run({"run", mFiles.path("absent.json")});
     EXPECT_EQ(missing.status, 2);
     EXPECT_NE(missing.err.find(mFiles.path("absent.json")), std::string::npos) << missing.err;
-}
 
-TEST_F(CliRunTest, OutputsThatCannotBeWrittenFailBeforeAnythingPlays) {
-    const std::string path = writeScenario(
+    // Outputs that cannot be written fail with 1, before anything plays.
+    const std::string valid = writeScenario(
         R"({"duration": 0.5, "steps": [{"at": 0, "do": "play", "file": "nothing.wav"}]})");
     const std::string out = mFiles.path("no/such/folder/out");
     for (const char* option : {"--events", "--render"}) {
-        const CliResult result = run({"run", path, option, out});
+        const CliResult result = run({"run", valid, option, out});
         EXPECT_EQ(result.status, 1) << option;
         EXPECT_EQ(result.out, "") << option;
         EXPECT_NE(result.err.find(out + ": cannot write the "), std::string::npos) << result.err;
