@@ -1,7 +1,5 @@
 // The manager's creation: its fields, the audio-session set-up and its two refusal paths, the
 // voices, and the one shared instance under concurrent first use.
-#include <mutex>
-#include <set>
 #include <thread>
 #include <vantelo_sounds/platform/Bundle.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
@@ -94,21 +92,15 @@ TEST_F(ManagerCreationTest, TheVoiceFollowsTheBundlesLocalizationOfEnGBAndMayBeM
 TEST_F(ManagerCreationTest, SharedFromEightThreadsIsOneManagerAndOneErrorLineAtMost) {
     simulation::refuseAudioSession(AudioSessionOperation::setCategory,
                                    AudioSessionError::incompatibleCategory);
-    std::mutex mutex;
-    std::set<VTOSoundsManager*> seen;
+    std::vector<VTOSoundsManager*> seen(8);
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([&] {
-            VTOSoundsManager* manager = &VTOSoundsManager::shared();
-            std::lock_guard lock(mutex);
-            seen.insert(manager);
-        });
+    for (auto& slot : seen) {
+        threads.emplace_back([&slot] { slot = &VTOSoundsManager::shared(); });
     }
     for (auto& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(seen.size(), 1u);
-    EXPECT_EQ(&VTOSoundsManager::shared(), *seen.begin());
+    EXPECT_EQ(seen, std::vector<VTOSoundsManager*>(8, &VTOSoundsManager::shared()));
     // One line when this process made the manager just now; none when an earlier test did.
     EXPECT_LE(entries().size(), 1u);
 }

@@ -76,20 +76,28 @@ protected:
     int mToneCount = 0;
 };
 
-// Stop fades out over 5 ms with no callback and rewinds; pause fades out and keeps the place
-// (the 240 frames of its fade are played), so the end comes at 1.0 + (0.5 - 0.2) s - 240 frames.
-TEST_F(AudioPlayerTest, StopFadesOutSilentlyAndRewindsWhilePauseKeepsThePosition) {
+// A 1 kHz sine of 0.5 s is exactly 500 periods: seamless passes are one unbroken sine. Stop fades
+// out over 5 ms with no callback and rewinds; pause fades out and keeps the place (the 240 frames
+// of its fade are played), so the end comes 240 frames before 0.2 + 0.3 s after the resume.
+TEST_F(AudioPlayerTest, ALoopRepeatsSeamlesslyStopFadesSilentlyAndRewindsAndPauseKeepsThePlace) {
     auto p = player(0.5);
+    p->setNumberOfLoops(-7); // any negative count loops until stopped
     ASSERT_TRUE(p->play());
-    mLoop->advance(seconds(0.2));
+    mLoop->advance(seconds(5.0));
+    EXPECT_TRUE(p->isPlaying());
     p->stop();
     EXPECT_FALSE(p->isPlaying());
-    mLoop->advance(seconds(0.3));
-    const auto end = OfflineAudio(mSamples).endOfSound();
+    mLoop->advance(seconds(0.5));
+    const OfflineAudio audio(mSamples);
+    const float sineStep = 0.5f * 2.0f * static_cast<float>(M_PI) * 1000.0f / 48000.0f;
+    EXPECT_LE(audio.maxStep(0), sineStep * 1.01f);
+    EXPECT_NEAR(audio.rms(0, frameAt(4.5), frameAt(5.0)), 0.25, 0.005) << "still sounding";
+    const auto end = audio.endOfSound();
     ASSERT_TRUE(end);
-    EXPECT_LE(*end, frameAt(0.2) + 240);
-    EXPECT_GE(*end, frameAt(0.2) + 200);
+    EXPECT_LE(*end, frameAt(5.0) + 240);
+    EXPECT_GE(*end, frameAt(5.0) + 200);
 
+    p->setNumberOfLoops(0);
     ASSERT_TRUE(p->play());
     mLoop->advance(seconds(0.2));
     p->pause();
@@ -99,22 +107,7 @@ TEST_F(AudioPlayerTest, StopFadesOutSilentlyAndRewindsWhilePauseKeepsThePosition
     ASSERT_TRUE(p->play());
     mLoop->advance(seconds(1.0));
     ASSERT_EQ(mDelegate.finishes.size(), 1u);
-    EXPECT_EQ(mDelegate.finishes[0].frame, frameAt(1.3) - 240);
-}
-
-TEST_F(AudioPlayerTest, ANegativeLoopCountRepeatsWithoutASeamUntilStopped) {
-    // 1 kHz for 0.5 s is exactly 500 periods: seamless passes are one unbroken sine.
-    auto p = player(0.5);
-    p->setNumberOfLoops(-7);
-    ASSERT_TRUE(p->play());
-    mLoop->advance(seconds(5.0));
-    EXPECT_TRUE(p->isPlaying());
-    const float sineStep = 0.5f * 2.0f * static_cast<float>(M_PI) * 1000.0f / 48000.0f;
-    EXPECT_LE(OfflineAudio(mSamples).maxStep(0), sineStep * 1.01f);
-    EXPECT_NEAR(OfflineAudio(mSamples).rms(0, frameAt(4.5)), 0.25, 0.005) << "still sounding";
-    p->stop();
-    mLoop->advance(seconds(0.1));
-    EXPECT_TRUE(mDelegate.finishes.empty());
+    EXPECT_EQ(mDelegate.finishes[0].frame, frameAt(6.3) - 240);
 }
 
 // Every voice in use: a new sound takes the voice of a sound nobody holds any more before one

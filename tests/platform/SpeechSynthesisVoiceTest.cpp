@@ -42,10 +42,10 @@ INSTANTIATE_TEST_SUITE_P(Codes, VoiceLookupTest,
                          test::CaseName());
 
 TEST(SpeechSynthesisVoiceTest, LookupsFromSeveralThreadsAllFindTheBritishVoice) {
-    std::vector<std::thread> threads;
     Codes identifiers(4);
+    std::vector<std::thread> threads;
     for (std::size_t t = 0; t < identifiers.size(); ++t) {
-        threads.emplace_back([&, t] {
+        threads.emplace_back([&identifiers, t] {
             for (int i = 0; i < 20; ++i) {
                 auto voice = SpeechSynthesisVoice::voiceWithLanguage(t % 2 ? "en-GB" : "en-gb");
                 identifiers[t] = voice ? voice->identifier() : "none";

@@ -21,37 +21,38 @@ public:
     float sample(std::size_t frame, int channel) const { return mSamples[2 * frame + channel]; }
 
     double rms(int channel, std::size_t first = 0, std::size_t last = kEnd) const {
+        last = std::min(last, frames());
         double sum = 0.0;
-        forEach(first, last, [&](std::size_t f) {
+        for (std::size_t f = first; f < last; ++f) {
             const double x = sample(f, channel);
             sum += x * x;
-        });
-        return first < clampLast(last) ? std::sqrt(sum / double(clampLast(last) - first)) : 0.0;
+        }
+        return first < last ? std::sqrt(sum / static_cast<double>(last - first)) : 0.0;
     }
     float peak(int channel, std::size_t first = 0, std::size_t last = kEnd) const {
         float result = 0.0f;
-        forEach(first, last,
-                [&](std::size_t f) { result = std::max(result, std::abs(sample(f, channel))); });
+        for (std::size_t f = first; f < std::min(last, frames()); ++f) {
+            result = std::max(result, std::abs(sample(f, channel)));
+        }
         return result;
     }
     /// The largest difference between two neighbouring samples of the channel.
     float maxStep(int channel, std::size_t first = 0, std::size_t last = kEnd) const {
         float result = 0.0f;
-        forEach(first + 1, last, [&](std::size_t f) {
+        for (std::size_t f = first + 1; f < std::min(last, frames()); ++f) {
             result = std::max(result, std::abs(sample(f, channel) - sample(f - 1, channel)));
-        });
+        }
         return result;
     }
     /// Frequency from the count of upward zero crossings, in Hz.
     double zeroCrossingFrequency(int channel, std::size_t first = 0,
                                  std::size_t last = kEnd) const {
-        std::size_t crossings = 0;
-        forEach(first + 1, last, [&](std::size_t f) {
+        last = std::min(last, frames());
+        double crossings = 0;
+        for (std::size_t f = first + 1; f < last; ++f) {
             crossings += sample(f - 1, channel) < 0.0f && sample(f, channel) >= 0.0f ? 1 : 0;
-        });
-        return first < clampLast(last)
-                   ? double(crossings) * 48000.0 / double(clampLast(last) - first)
-                   : 0.0;
+        }
+        return first < last ? crossings * 48000.0 / static_cast<double>(last - first) : 0.0;
     }
     /// The first frame where either channel exceeds `threshold` in magnitude.
     std::optional<std::size_t> firstNonSilentFrame(float threshold = 1e-6f,
@@ -79,13 +80,6 @@ public:
     }
 
 private:
-    std::size_t clampLast(std::size_t last) const noexcept { return std::min(last, frames()); }
-    template <typename Visit>
-    void forEach(std::size_t first, std::size_t last, Visit visit) const {
-        for (std::size_t f = first, end = clampLast(last); f < end; ++f) {
-            visit(f);
-        }
-    }
     bool loud(std::size_t frame, float threshold) const {
         return std::abs(sample(frame, 0)) > threshold || std::abs(sample(frame, 1)) > threshold;
     }

@@ -162,10 +162,9 @@ TEST_F(CliRunTest, EventsAreTheConsoleAndTheSoundsOnTheirChannelsInTimeThenFileO
     };
     EXPECT_EQ(sounds, expected);
 
-    // The mix holds exactly the duration: silence before the first step, the tone alone and hard
-    // left until the loop starts, silence after the last end.
-    const auto wav =
-        test::WavFile::read(mFiles.path("mix.wav")); // the writer's format is OutputTest's
+    // The mix (in the writer's format, OutputTest's) holds exactly the duration: silence before
+    // the first step, the tone alone and hard left until the loop starts, silence after the end.
+    const auto wav = test::WavFile::read(mFiles.path("mix.wav"));
     ASSERT_EQ(wav.frames(), 48000u);
     const test::OfflineAudio audio(wav.samples);
     EXPECT_EQ(audio.peak(0, 0, 12000), 0.0f);
