@@ -18,9 +18,6 @@ protected:
     PlaySoundSettings queued(const std::string& path, bool looped = false) {
         return settingsFor(path, 0.0f, 1.0f, true, looped);
     }
-    double heardFrequency(double from, double to) {
-        return heard().zeroCrossingFrequency(0, frameAt(from), frameAt(to));
-    }
 
     std::string a = sounds.tone("a.wav", 300, 0.5);
     std::string b = sounds.tone("b.wav", 600, 0.5);
@@ -42,9 +39,9 @@ TEST_F(PlayQueueTest, WaitingSoundsStartLastFirstEachBeforeTheEndedSoundsComplet
                                         "500.000ms done a", "1000.000ms " + playingIn(1),
                                         "1000.000ms done c", "1500.000ms done b"}));
     EXPECT_TRUE(playQueue().empty());
-    EXPECT_NEAR(heardFrequency(0.05, 0.45), 300, 3);
-    EXPECT_NEAR(heardFrequency(0.55, 0.95), 900, 3);
-    EXPECT_NEAR(heardFrequency(1.05, 1.45), 600, 3);
+    EXPECT_NEAR(heard().zeroCrossingFrequency(0, frameAt(0.05), frameAt(0.45)), 300, 3);
+    EXPECT_NEAR(heard().zeroCrossingFrequency(0, frameAt(0.55), frameAt(0.95)), 900, 3);
+    EXPECT_NEAR(heard().zeroCrossingFrequency(0, frameAt(1.05), frameAt(1.45)), 600, 3);
     EXPECT_EQ(heard().endOfSound(), frameAt(1.5)) << "each started on the frame the last ended";
 }
 

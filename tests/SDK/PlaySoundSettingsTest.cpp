@@ -19,6 +19,7 @@ namespace {
 
 using Access = PlaySoundSettingsAccess;
 const FileURL kBeep = FileURL::fileURLWithPath("/sounds/beep.wav");
+const FileURL kElsewhere = FileURL::fileURLWithPath("/elsewhere/beep.wav");
 
 class PlaySoundSettingsTest : public ::testing::Test {
 protected:
@@ -110,11 +111,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         EqualityCase{"looped", [](auto& s) { Access::setLooped(s, true); }, true},
         EqualityCase{"ext", [](auto& s) { Access::setExt(s, "wav"); }, true},
-        EqualityCase{"url",
-                     [](auto& s) {
-                         Access::setFilePathURL(s, FileURL::fileURLWithPath("/elsewhere/beep.wav"));
-                     },
-                     true},
+        EqualityCase{"url", [](auto& s) { Access::setFilePathURL(s, kElsewhere); }, true},
         EqualityCase{"pan minus zero", [](auto& s) { Access::setPanTypeValue(s, -0.0f); }, true},
         EqualityCase{"id", [](auto& s) { Access::setId(s, "other"); }, false},
         EqualityCase{"fileName", [](auto& s) { s.fileName = "BEEP.wav"; }, false},

@@ -11,9 +11,8 @@
 namespace vantelo_sounds {
 namespace {
 
-// fromRawValue gives the named case whose raw value equals `raw` as a float (so -0.0 is center),
-// else custom carrying `raw`: either way the raw value that comes back equals the float that went
-// in, and a NaN stays a NaN.
+// fromRawValue gives the named case whose raw value equals `raw` as a float (-0.0 is center), else
+// custom: either way the raw value that comes back equals the float that went in (NaN stays NaN).
 template <typename Type>
 void expectFromRawValue(std::initializer_list<std::pair<float, typename Type::Kind>> rows) {
     for (const auto& [raw, kind] : rows) {

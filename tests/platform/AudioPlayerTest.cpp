@@ -48,11 +48,8 @@ constexpr std::size_t frameAt(double secondsValue) {
 
 class AudioPlayerTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        mSystem = &AudioSystem::reset(OutputConfig{OutputConfig::Kind::manual, {}});
-        mSystem->engine().manualOutput()->setCapture(&mSamples);
-    }
-    void TearDown() override { mSystem->engine().manualOutput()->setCapture(nullptr); }
+    AudioPlayerTest() { mSystem.engine().manualOutput()->setCapture(&mSamples); }
+    ~AudioPlayerTest() override { mSystem.engine().manualOutput()->setCapture(nullptr); }
 
     /// A player of a float 0.5-amplitude 1 kHz sine of `seconds`, reporting to mDelegate.
     std::shared_ptr<AudioPlayer> player(double seconds) {
@@ -70,7 +67,7 @@ protected:
 
     test::SoundFixtures mFixtures;
     RunLoop* mLoop = &RunLoop::resetMainManual();
-    AudioSystem* mSystem = nullptr;
+    AudioSystem& mSystem = AudioSystem::reset(OutputConfig{OutputConfig::Kind::manual, {}});
     std::vector<float> mSamples;
     RecordingDelegate mDelegate;
     int mToneCount = 0;
@@ -150,7 +147,7 @@ TEST_F(AudioPlayerTest, WhenVoicesRunOutOrphansGiveTheirVoiceFirstAndEveryPlayer
     for (const auto& p : held) {
         EXPECT_FALSE(p->isPlaying());
     }
-    EXPECT_EQ(mSystem->engine().voicesInUse(), 0u);
+    EXPECT_EQ(mSystem.engine().voicesInUse(), 0u);
     EXPECT_LE(OfflineAudio(mSamples).peak(0), 1.0f);
 }
 

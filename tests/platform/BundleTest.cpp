@@ -12,20 +12,12 @@
 namespace vantelo_sounds {
 namespace {
 
-class BundleTest : public ::testing::Test {
-protected:
-    BundleTest() {
-        bundle.setLocalizations({});
-        bundle.setResourcePath(folder.path());
-    }
-    ~BundleTest() override { bundle.setResourcePath(previousPath); }
-
+TEST(BundleTest, LocalizedStringsComeFromTheFileOrTheGameElseTheKeyIsItsOwnText) {
     test::TempFolder folder;
     Bundle& bundle = Bundle::main();
-    std::string previousPath = bundle.resourcePath();
-};
-
-TEST_F(BundleTest, LocalizedStringsComeFromTheFileOrTheGameElseTheKeyIsItsOwnText) {
+    const std::string previousPath = bundle.resourcePath();
+    bundle.setLocalizations({});
+    bundle.setResourcePath(folder.path());
     folder.write("Localizable.strings", "\"en-GB\" = \"de-DE\";\n\"empty\" = \"\";");
     EXPECT_EQ(bundle.localizedString("en-GB"), "de-DE");
     EXPECT_EQ(bundle.localizedString("empty"), "") << "a present empty text is a translation";
@@ -38,6 +30,7 @@ TEST_F(BundleTest, LocalizedStringsComeFromTheFileOrTheGameElseTheKeyIsItsOwnTex
     second.write("Localizable.strings", "\"en-GB\" = \"pt-PT\";");
     bundle.setResourcePath(second.path());
     EXPECT_EQ(bundle.localizedString("en-GB"), "pt-PT") << "a new folder is read afresh";
+    bundle.setResourcePath(previousPath);
 }
 
 struct StringsCase : test::NamedCase {

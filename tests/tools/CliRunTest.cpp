@@ -199,11 +199,9 @@ TEST_F(CliRunTest, PlayersDroppedWhenEveryChannelIsTakenEndWithoutAChannel) {
     json steps = json::array();
     for (const char* file : {"loop.wav", "d.wav", "e.wav", "f.wav"}) {
         mFiles.tone(file, 300.0, 1.0);
+        const bool loop = std::string(file) == "loop.wav";
         for (int i = 0; i < 8; ++i) {
-            steps.push_back({{"at", 0.1},
-                             {"do", "play"},
-                             {"file", file},
-                             {"loop", std::string(file) == "loop.wav"}});
+            steps.push_back({{"at", 0.1}, {"do", "play"}, {"file", file}, {"loop", loop}});
         }
     }
     mFiles.tone("late.wav", 500.0, 0.2);

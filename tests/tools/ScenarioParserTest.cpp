@@ -99,11 +99,13 @@ TEST_P(ScenarioParserInvalidTest, NamesFileFieldAndProblemOnOneLine) {
 INSTANTIATE_TEST_SUITE_P(Table, ScenarioParserInvalidTest, ::testing::ValuesIn(kInvalidCases),
                          vantelo_sounds::test::CaseName());
 
-ScenarioStep makeStep(std::size_t index, double at, ScenarioStep::Action action) {
+ScenarioStep makeStep(std::size_t index, double at, ScenarioStep::Action action,
+                      std::string file = "") {
     ScenarioStep step;
     step.index = index;
     step.at = at;
     step.action = action;
+    step.file = std::move(file);
     return step;
 }
 
@@ -132,14 +134,14 @@ TEST(ScenarioParserTest, FullExampleKeepsEveryValueAndFileOrder) {
     EXPECT_EQ(s.microphone, (MicrophoneSignal{MicrophoneSignal::Kind::tone, 440.0, 0.25, ""}));
 
     using Action = ScenarioStep::Action;
-    std::vector<ScenarioStep> steps{
-        makeStep(0, 2.0, Action::play),         makeStep(1, 0.5, Action::stop),
-        makeStep(2, 0.5, Action::playResource), makeStep(3, 2.0, Action::instructions),
-        makeStep(4, 3.0, Action::interruption), makeStep(5, 4.1, Action::startRecording)};
-    steps[0].file = "/scenes/sounds/a.wav";
+    std::vector<ScenarioStep> steps{makeStep(0, 2.0, Action::play, "/scenes/sounds/a.wav"),
+                                    makeStep(1, 0.5, Action::stop, "/b.wav"),
+                                    makeStep(2, 0.5, Action::playResource),
+                                    makeStep(3, 2.0, Action::instructions),
+                                    makeStep(4, 3.0, Action::interruption),
+                                    makeStep(5, 4.1, Action::startRecording)};
     steps[0].volume = 0.5;
     steps[0].queued = true;
-    steps[1].file = "/b.wav";
     steps[2].name = "beep";
     steps[2].ext = "wav";
     steps[3].list = {{"Jump", "/scenes/b.wav"}, {"Duck", std::nullopt}};
@@ -156,9 +158,8 @@ TEST(ScenarioParserTest, OmittedFieldsTakeTheirDefaultsAndAnEmptyVoiceListIsKept
     EXPECT_EQ(result->bundle, kFolder);
     EXPECT_EQ(result->voices, std::vector<std::string>{}); // no voice, unlike an absent list
     EXPECT_EQ(result->microphone.path, "/scenes/m.wav");
-    ScenarioStep play = makeStep(0, 0.0, ScenarioStep::Action::play); // pan 0, volume 0.75
-    play.file = "/scenes/a.wav";
-    EXPECT_EQ(result->steps, std::vector<ScenarioStep>{play});
+    const auto play = makeStep(0, 0.0, ScenarioStep::Action::play, "/scenes/a.wav");
+    EXPECT_EQ(result->steps, std::vector<ScenarioStep>{play});     // pan 0, volume 0.75
     EXPECT_FALSE(parse(R"({"duration": 1})")->voices.has_value()); // every installed voice
 }
 
