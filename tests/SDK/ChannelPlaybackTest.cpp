@@ -1,6 +1,5 @@
-// Channel playback through the manager, on the manual clock: channel numbers, the per-file limit,
-// the 32-channel reset, stop, completions, interruptions, and that pan and volume reach what is
-// heard.
+// Channel playback through the manager on the manual clock: channel numbers, the per-file limit,
+// the 32-channel reset, stop, completions, interruptions, and pan and volume in what is heard.
 #include <algorithm>
 #include <cmath>
 #include <vantelo_sounds/platform/AudioSession.hpp>

@@ -1,5 +1,4 @@
-// Voices by language, answered from espeak-ng's installed voice list. (A pretended list is
-// ManagerCoreTest's.)
+// Voices by language, from espeak-ng's installed voices (a pretended list is ManagerCoreTest's).
 #include <thread>
 #include <vantelo_sounds/platform/SpeechSynthesisVoice.hpp>
 #include <vector>
