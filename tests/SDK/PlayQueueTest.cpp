@@ -45,12 +45,6 @@ TEST_F(PlayQueueTest, WaitingSoundsStartLastFirstEachBeforeTheEndedSoundsComplet
     EXPECT_EQ(heard().endOfSound(), frameAt(1.5)) << "each started on the frame the last ended";
 }
 
-TEST_F(PlayQueueTest, AnUnqueuedSoundHoldsUpNoQueuedRequestForAnotherFile) {
-    manager().play(settingsFor(a, 0, 1, false, true));
-    manager().play(queued(b));
-    EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), playingIn(2)}));
-}
-
 TEST_F(PlayQueueTest, QueuedRequestForAnUnqueuedSoundsFileLeavesUnplayedWhenThatSoundEnds) {
     manager().play(settingsFor(a), completionNoting("a"));
     manager().play(queued(a), completionNoting("queued a"));
@@ -84,6 +78,7 @@ TEST_F(PlayQueueTest, StoppingAWaitingFileOrEndingAnUnqueuedSoundLeavesTheQueueA
     EXPECT_EQ(playQueue()[0].settings.filePathURL(), FileURL::fileURLWithPath(b));
 }
 
+// The looping c, played without queueing, holds up no queued request for another file.
 TEST_F(PlayQueueTest, CompletionsMayPlayAndStopSoundsThemselves) {
     manager().play(settingsFor(c, 0, 1, false, true), completionNoting("c"));
     manager().play(queued(a), [&] {
