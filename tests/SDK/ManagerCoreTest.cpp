@@ -1,16 +1,13 @@
 // The manager's creation: its fields, the audio-session set-up and its two refusal paths, the
 // voices, and the one shared instance under concurrent first use.
-#include <mutex>
-#include <set>
 #include <thread>
 #include <vantelo_sounds/platform/Bundle.hpp>
-#include <vantelo_sounds/platform/Console.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
 #include <vantelo_sounds/platform/Simulation.hpp>
 
 #include <gtest/gtest.h>
 
-#include "support/ManagerTestAccess.hpp"
+#include "support/ManagerFixture.hpp"
 #include "support/NamedCase.hpp"
 
 namespace vantelo_sounds {
@@ -19,30 +16,14 @@ namespace {
 using Access = VTOSoundsManagerTestAccess;
 using simulation::AudioSessionOperation;
 
-class ManagerCreationTest : public ::testing::Test {
+class ManagerCreationTest : public test::ManagerFixture {
 protected:
     ManagerCreationTest() {
-        RunLoop::resetMainManual();
-        simulation::resetAudioSession();
-        simulation::resetDefaultNotificationCenter();
         simulation::setAvailableLanguages(std::vector<std::string>{"en-GB", "fr-FR"});
-        Bundle::main().setLocalizations({});
-        Console::shared().setSink([this](std::string_view line) {
-            std::lock_guard lock(mMutex);
-            lines.emplace_back(line);
-        });
     }
-    ~ManagerCreationTest() override {
-        Console::shared().setSink({});
-        simulation::setAvailableLanguages(std::nullopt);
-        simulation::resetAudioSession();
-    }
+    ~ManagerCreationTest() override { simulation::setAvailableLanguages(std::nullopt); }
 
     AudioSession& session = AudioSession::sharedInstance();
-    std::vector<std::string> lines;
-
-private:
-    std::mutex mMutex;
 };
 
 TEST_F(ManagerCreationTest, SetsUpThePlaybackSessionMixingWithOthersAndPrintsNothing) {
@@ -52,7 +33,12 @@ TEST_F(ManagerCreationTest, SetsUpThePlaybackSessionMixingWithOthersAndPrintsNot
     EXPECT_EQ(session.categoryOptions(), kInterruptSpokenAudioAndMixWithOthers);
     EXPECT_TRUE(session.isActive());
     EXPECT_EQ(Access::syntesizer(*manager).delegate(), manager.get());
-    EXPECT_TRUE(lines.empty());
+    EXPECT_TRUE(entries().empty());
+    // A manager that is gone hears no more interruptions (AddressSanitizer watches that).
+    manager.reset();
+    session.postInterruption(kAudioSessionInterruptionTypeEnded,
+                             kAudioSessionInterruptionOptionShouldResume);
+    RunLoop::main().runOnce();
 }
 
 struct RefusalCase : test::NamedCase {
@@ -75,7 +61,7 @@ TEST_P(ManagerSessionRefusalTest, PrintsOneSoundErrorLineAndTheManagerStillWorks
     bool completed = false;
     Access::playSound(*manager, std::nullopt, [&] { completed = true; });
     EXPECT_TRUE(completed) << "a request without settings completes at once";
-    EXPECT_EQ(lines, std::vector<std::string>{"SOUND ERROR: " + error.message()});
+    EXPECT_EQ(entries(), std::vector<std::string>{"SOUND ERROR: " + error.message()});
     EXPECT_TRUE(Access::table(*manager).empty());
 }
 
@@ -100,42 +86,23 @@ TEST_F(ManagerCreationTest, TheVoiceFollowsTheBundlesLocalizationOfEnGBAndMayBeM
     EXPECT_EQ(languages(*Access::make()), Languages("fr-FR", "en-GB"));
     simulation::setAvailableLanguages(std::vector<std::string>{});
     EXPECT_EQ(languages(*Access::make()), Languages("none", "none"));
-    EXPECT_TRUE(lines.empty()) << "a missing voice is reported only when speech is asked for";
+    EXPECT_TRUE(entries().empty()) << "a missing voice is reported only when speech is asked for";
 }
 
 TEST_F(ManagerCreationTest, SharedFromEightThreadsIsOneManagerAndOneErrorLineAtMost) {
     simulation::refuseAudioSession(AudioSessionOperation::setCategory,
                                    AudioSessionError::incompatibleCategory);
-    std::mutex mutex;
-    std::set<VTOSoundsManager*> seen;
+    std::vector<VTOSoundsManager*> seen(8);
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([&] {
-            VTOSoundsManager* manager = &VTOSoundsManager::shared();
-            std::lock_guard lock(mutex);
-            seen.insert(manager);
-        });
+    for (auto& slot : seen) {
+        threads.emplace_back([&slot] { slot = &VTOSoundsManager::shared(); });
     }
     for (auto& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(seen.size(), 1u);
-    EXPECT_EQ(&VTOSoundsManager::shared(), *seen.begin());
+    EXPECT_EQ(seen, std::vector<VTOSoundsManager*>(8, &VTOSoundsManager::shared()));
     // One line when this process made the manager just now; none when an earlier test did.
-    EXPECT_LE(lines.size(), 1u);
-}
-
-TEST_F(ManagerCreationTest, InterruptionsReachTheManagerOnlyWhileItLives) {
-    auto manager = Access::make();
-    // With an empty table a resume has no effect; after the manager is gone nobody may be called
-    // (AddressSanitizer watches that).
-    session.postInterruption(kAudioSessionInterruptionTypeEnded,
-                             kAudioSessionInterruptionOptionShouldResume);
-    RunLoop::main().runOnce();
-    manager.reset();
-    session.postInterruption(kAudioSessionInterruptionTypeEnded,
-                             kAudioSessionInterruptionOptionShouldResume);
-    RunLoop::main().runOnce();
+    EXPECT_LE(entries().size(), 1u);
 }
 
 } // namespace

@@ -1,20 +1,13 @@
 // Queued playback on the manual clock: what waits, what starts when a sound ends, in which order,
 // and when completions run, checked in the console, in the queue and in what is heard.
 #include <thread>
-#include <vantelo_sounds/platform/Console.hpp>
-#include <vantelo_sounds/platform/Simulation.hpp>
 
 #include <gtest/gtest.h>
 
-#include "platform/AudioSystem.hpp"
 #include "support/ManagerFixture.hpp"
 
 namespace vantelo_sounds::test {
 namespace {
-
-std::string playingIn(int channel) {
-    return "Sound is playing in channel " + std::to_string(channel);
-}
 
 class PlayQueueTest : public ManagerFixture {
 protected:
@@ -25,63 +18,31 @@ protected:
     PlaySoundSettings queued(const std::string& path, bool looped = false) {
         return settingsFor(path, 0.0f, 1.0f, true, looped);
     }
-    double heardFrequency(double from, double to) {
-        return heard().zeroCrossingFrequency(0, frameAt(from), frameAt(to));
-    }
 
     std::string a = sounds.tone("a.wav", 300, 0.5);
     std::string b = sounds.tone("b.wav", 600, 0.5);
     std::string c = sounds.tone("c.wav", 900, 0.5);
 };
 
-TEST_F(PlayQueueTest, QueuedSoundWithNothingPlayingStartsAtOnceAndLeavesTheQueueAtItsEnd) {
-    manager().play(queued(a), completionNoting("a"));
-    EXPECT_EQ(entries(), std::vector<std::string>{playingIn(1)});
-    EXPECT_EQ(playQueue().size(), 1u) << "the item stays while its sound plays";
-    advance(0.6);
-    EXPECT_TRUE(playQueue().empty());
-    EXPECT_EQ(timedEntries().back(), "500.000ms done a");
-}
-
-TEST_F(PlayQueueTest, SecondQueuedSoundStartsWhenTheFirstEndsBeforeTheFirstsCompletion) {
-    manager().play(queued(a), completionNoting("a"));
-    manager().play(queued(b), completionNoting("b"));
-    EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), waiting(b)}));
-
-    advance(1.2);
-    EXPECT_EQ(timedEntries(),
-              (std::vector<std::string>{"0.000ms " + playingIn(1), "0.000ms " + waiting(b),
-                                        "500.000ms " + playingIn(1), "500.000ms done a",
-                                        "1000.000ms done b"}));
-    EXPECT_NEAR(heardFrequency(0.05, 0.45), 300, 3);
-    EXPECT_NEAR(heardFrequency(0.55, 0.95), 600, 3);
-}
-
-TEST_F(PlayQueueTest, WaitingSoundsStartInReverseOrderOfArrival) {
+// The first starts at once and its item stays while it plays; the others wait. Each end takes
+// the ended sound's item out, starts the last waiting item, and only then completes: waiting
+// sounds start in reverse order of arrival.
+TEST_F(PlayQueueTest, WaitingSoundsStartLastFirstEachBeforeTheEndedSoundsCompletion) {
     manager().play(queued(a), completionNoting("a"));
     manager().play(queued(b), completionNoting("b"));
     manager().play(queued(c), completionNoting("c"));
+    EXPECT_EQ(playQueue().size(), 3u);
     advance(1.6);
-    EXPECT_NEAR(heardFrequency(0.05, 0.45), 300, 3);
-    EXPECT_NEAR(heardFrequency(0.55, 0.95), 900, 3);
-    EXPECT_NEAR(heardFrequency(1.05, 1.45), 600, 3);
-    std::vector<std::string> done;
-    for (const auto& entry : timedEntries()) {
-        if (entry.find(" done ") != std::string::npos) {
-            done.push_back(entry);
-        }
-    }
-    EXPECT_EQ(done, (std::vector<std::string>{"500.000ms done a", "1000.000ms done c",
-                                              "1500.000ms done b"}));
-}
-
-TEST_F(PlayQueueTest, UnqueuedSoundHoldsUpOnlyQueuedRequestsForItsOwnFile) {
-    manager().play(settingsFor(a, 0, 1, false, true));
-    manager().play(queued(b), completionNoting("b"));
-    EXPECT_EQ(entries(), (std::vector<std::string>{playingIn(1), playingIn(2)}));
-
-    manager().play(queued(a), completionNoting("queued a"));
-    EXPECT_EQ(entries().back(), waiting(a));
+    EXPECT_EQ(timedEntries(),
+              (std::vector<std::string>{"0.000ms " + playingIn(1), "0.000ms " + waiting(b),
+                                        "0.000ms " + waiting(c), "500.000ms " + playingIn(1),
+                                        "500.000ms done a", "1000.000ms " + playingIn(1),
+                                        "1000.000ms done c", "1500.000ms done b"}));
+    EXPECT_TRUE(playQueue().empty());
+    EXPECT_NEAR(heard().zeroCrossingFrequency(0, frameAt(0.05), frameAt(0.45)), 300, 3);
+    EXPECT_NEAR(heard().zeroCrossingFrequency(0, frameAt(0.55), frameAt(0.95)), 900, 3);
+    EXPECT_NEAR(heard().zeroCrossingFrequency(0, frameAt(1.05), frameAt(1.45)), 600, 3);
+    EXPECT_EQ(heard().endOfSound(), frameAt(1.5)) << "each started on the frame the last ended";
 }
 
 TEST_F(PlayQueueTest, QueuedRequestForAnUnqueuedSoundsFileLeavesUnplayedWhenThatSoundEnds) {
@@ -96,10 +57,19 @@ TEST_F(PlayQueueTest, QueuedRequestForAnUnqueuedSoundsFileLeavesUnplayedWhenThat
     EXPECT_LT(heard().peak(0, frameAt(0.5)), 1e-6f) << "the queued copy never sounded";
 }
 
-TEST_F(PlayQueueTest, StoppingThePlayingQueuedSoundStartsTheNextThenCompletes) {
+// Only the end or stop of a sound whose file is queued moves the queue: then the next waiting
+// sound starts before the stopped one completes.
+TEST_F(PlayQueueTest, StoppingAWaitingFileOrEndingAnUnqueuedSoundLeavesTheQueueAlone) {
     manager().play(queued(a, true), completionNoting("a"));
     manager().play(queued(b), completionNoting("b"));
-    advance(0.2);
+    const auto before = entries();
+    manager().stop(queued(b));
+    EXPECT_EQ(entries(), before);
+    manager().play(settingsFor(c), completionNoting("c"));
+    advance(0.7);
+    EXPECT_EQ(playQueue().size(), 2u);
+    EXPECT_EQ(entries().back(), "done c") << "nothing started from the queue";
+
     manager().stop(queued(a));
     const auto log = entries();
     EXPECT_EQ(std::vector<std::string>(log.end() - 2, log.end()),
@@ -108,33 +78,7 @@ TEST_F(PlayQueueTest, StoppingThePlayingQueuedSoundStartsTheNextThenCompletes) {
     EXPECT_EQ(playQueue()[0].settings.filePathURL(), FileURL::fileURLWithPath(b));
 }
 
-TEST_F(PlayQueueTest, NeitherStoppingAWaitingFileNorTheEndOfAnUnqueuedSoundTouchesTheQueue) {
-    manager().play(queued(a, true), completionNoting("a"));
-    manager().play(queued(b), completionNoting("b"));
-    const auto before = entries();
-    manager().stop(queued(b));
-    EXPECT_EQ(entries(), before);
-
-    manager().play(settingsFor(c), completionNoting("c"));
-    advance(0.7);
-    EXPECT_EQ(completions("c"), 1);
-    EXPECT_EQ(playQueue().size(), 2u);
-    EXPECT_EQ(entries().back(), "done c") << "nothing started from the queue";
-}
-
-TEST_F(PlayQueueTest, PerFileLimitFiringInsideTheQueueStepDoesNotDeadlock) {
-    for (int i = 1; i <= 8; ++i) {
-        manager().play(settingsFor(a, 0, 1, false, true), completionNoting(std::to_string(i)));
-    }
-    manager().play(queued(a), completionNoting("queued"));
-    const auto log = entries();
-    ASSERT_GE(log.size(), 11u);
-    EXPECT_EQ(log[8].rfind("Sound is already playing on more than 8 channels.", 0), 0u);
-    EXPECT_EQ(log[9], "done 1");
-    EXPECT_EQ(log[10], playingIn(1));
-    EXPECT_EQ(table().size(), 8u);
-}
-
+// The looping c, played without queueing, holds up no queued request for another file.
 TEST_F(PlayQueueTest, CompletionsMayPlayAndStopSoundsThemselves) {
     manager().play(settingsFor(c, 0, 1, false, true), completionNoting("c"));
     manager().play(queued(a), [&] {
@@ -162,45 +106,25 @@ TEST_F(PlayQueueTest, CallsFromAnotherThreadRunOnTheLoopThread) {
 
 // Real time on the null output: two sounds whose ends fall a few milliseconds apart, usually in
 // one 21 ms output block, each complete once. Each case takes about 0.15 s of real time.
-class CompletionsInRealTimeTest : public ::testing::TestWithParam<int> {
+class CompletionsInRealTimeTest : public ManagerFixture, public ::testing::WithParamInterface<int> {
 protected:
-    CompletionsInRealTimeTest() {
-        mLoop = &RunLoop::resetMain(std::make_shared<SteadyClock>());
-        simulation::resetAudioSession();
-        simulation::resetDefaultNotificationCenter();
-        AudioSystem::reset(OutputConfig{OutputConfig::Kind::null, {}});
-        Console::shared().setSink([](std::string_view) {});
-        mManager = VTOSoundsManagerTestAccess::make();
-    }
-    ~CompletionsInRealTimeTest() override {
-        mManager.reset();
-        Console::shared().setSink({});
-        RunLoop::resetMainManual();
-        AudioSystem::reset(OutputConfig{OutputConfig::Kind::manual, {}});
-    }
-
-    SoundFixtures mSounds;
-    RunLoop* mLoop = nullptr;
-    std::unique_ptr<VTOSoundsManager> mManager;
+    CompletionsInRealTimeTest()
+        : ManagerFixture(true) {}
 };
 
 TEST_P(CompletionsInRealTimeTest, SoundsEndingMillisecondsApartEachCompleteOnce) {
-    const double gap = GetParam() / 1000.0;
-    const auto first = mSounds.tone("first.wav", 300, 0.1);
-    const auto second = mSounds.tone("second.wav", 500, 0.1 + gap);
-    int firstDone = 0;
-    int secondDone = 0;
-    mManager->play(PlaySoundSettings::instanly(FileURL::fileURLWithPath(first)),
-                   [&] { ++firstDone; });
-    mManager->play(PlaySoundSettings::instanly(FileURL::fileURLWithPath(second)), [&] {
-        ++secondDone;
-        mLoop->stop();
-    });
-    mLoop->runUntil(mLoop->now() + seconds(3.0));
-    mLoop->runUntil(mLoop->now() + seconds(0.03)); // anything late or repeated would come now
-    EXPECT_EQ(firstDone, 1);
-    EXPECT_EQ(secondDone, 1);
-    EXPECT_TRUE(VTOSoundsManagerTestAccess::table(*mManager).empty());
+    RunLoop& loop = RunLoop::main();
+    manager().play(settingsFor(sounds.tone("first.wav", 300, 0.1)), completionNoting("first"));
+    manager().play(settingsFor(sounds.tone("second.wav", 500, 0.1 + GetParam() / 1000.0)),
+                   [&, done = completionNoting("second")] {
+                       done();
+                       loop.stop();
+                   });
+    loop.runUntil(loop.now() + seconds(3.0));
+    loop.runUntil(loop.now() + seconds(0.03)); // anything late or repeated would come now
+    EXPECT_EQ(completions("first"), 1);
+    EXPECT_EQ(completions("second"), 1);
+    EXPECT_TRUE(table().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Gaps, CompletionsInRealTimeTest, ::testing::Values(0, 1, 2, 3, 5),

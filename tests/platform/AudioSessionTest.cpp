@@ -1,10 +1,9 @@
-// The audio session: refusals that change nothing, the stored microphone permission, and
-// interruption notifications delivered through the main run loop.
+// The audio session's microphone permission: asked once, answered through the run loop, stored
+// per application.
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
 #include <vantelo_sounds/platform/AudioSession.hpp>
-#include <vantelo_sounds/platform/NotificationCenter.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
 #include <vantelo_sounds/platform/Simulation.hpp>
 
@@ -15,8 +14,6 @@
 
 namespace vantelo_sounds {
 namespace {
-
-using simulation::AudioSessionOperation;
 
 class AudioSessionTest : public ::testing::Test {
 protected:
@@ -57,28 +54,7 @@ protected:
     int prompts = 0;
 };
 
-TEST_F(AudioSessionTest, ARefusedActivationChangesNothingUntilLiftedOrReset) {
-    const std::error_code busy = AudioSessionError::isBusy;
-    simulation::refuseAudioSession(AudioSessionOperation::setActive, busy);
-    EXPECT_FALSE(session.setCategory(AudioSessionCategory::playback, AudioSessionMode::spokenAudio,
-                                     kDefaultToSpeaker));
-    EXPECT_EQ(session.setActive(true), busy);
-    EXPECT_FALSE(session.isActive());
-    EXPECT_EQ(simulation::audioSessionCallCount(AudioSessionOperation::setActive), 1);
-    simulation::refuseAudioSession(AudioSessionOperation::setActive, std::nullopt);
-    EXPECT_FALSE(session.setActive(true));
-    EXPECT_TRUE(session.isActive());
-
-    simulation::refuseAudioSession(AudioSessionOperation::setCategory, busy);
-    simulation::resetAudioSession();
-    EXPECT_EQ(session.category(), AudioSessionCategory::soloAmbient);
-    EXPECT_FALSE(session.isActive());
-    EXPECT_FALSE(
-        session.setCategory(AudioSessionCategory::record, AudioSessionMode::measurement, 0));
-    EXPECT_EQ(simulation::audioSessionCallCount(AudioSessionOperation::setActive), 0);
-}
-
-TEST_F(AudioSessionTest, APermissionIsAskedOnceAndStoredPerApplicationOnlyAfterAReload) {
+TEST_F(AudioSessionTest, APermissionIsAskedOnceAndStoredPerApplicationUnlessPreset) {
     EXPECT_EQ(request(true), true);
     EXPECT_EQ(request(false), true) << "a determined permission is not asked again";
     EXPECT_EQ(storedWord(), "nothing") << "after a reset, answers stay in memory";
@@ -92,17 +68,15 @@ TEST_F(AudioSessionTest, APermissionIsAskedOnceAndStoredPerApplicationOnlyAfterA
     std::ofstream(permissionFile(), std::ios::trunc) << "maybe\n";
     session.reloadRecordPermission();
     EXPECT_EQ(session.recordPermission(), RecordPermission::undetermined);
-    EXPECT_EQ(prompts, 2);
-}
 
-TEST_F(AudioSessionTest, APresetOrPretendedPermissionIsNeverAskedOrWritten) {
+    // A preset or pretended permission is never asked or written.
     test::ScopedEnv preset{"VANTELO_SOUNDS_RECORD_PERMISSION", "denied"};
     session.reloadRecordPermission();
     EXPECT_EQ(request(true), false);
     simulation::setRecordPermission(RecordPermission::granted);
     EXPECT_EQ(request(false), true);
-    EXPECT_EQ(prompts, 0);
-    EXPECT_EQ(storedWord(), "nothing");
+    EXPECT_EQ(prompts, 2);
+    EXPECT_EQ(storedWord(), "maybe");
 }
 
 TEST_F(AudioSessionTest, TheDefaultPromptRefusesWithoutATerminal) {
@@ -110,25 +84,6 @@ TEST_F(AudioSessionTest, TheDefaultPromptRefusesWithoutATerminal) {
         GTEST_SKIP() << "standard input is a terminal: the default prompt would ask";
     }
     EXPECT_EQ(request(std::nullopt), false);
-}
-
-TEST_F(AudioSessionTest, InterruptionsArriveThroughTheRunLoopWithIntegerValues) {
-    simulation::resetDefaultNotificationCenter();
-    std::vector<Notification> received;
-    NotificationCenter::defaultCenter().addObserver(
-        kAudioSessionInterruptionNotification,
-        [&](const Notification& n) { received.push_back(n); });
-    session.postInterruption(kAudioSessionInterruptionTypeEnded,
-                             kAudioSessionInterruptionOptionShouldResume);
-    session.postInterruption(kAudioSessionInterruptionTypeBegan, std::nullopt);
-    EXPECT_TRUE(received.empty());
-    loop.runOnce();
-    ASSERT_EQ(received.size(), 2u);
-    EXPECT_EQ(received[0].object, &session);
-    const auto& ended = received[0].userInfo.value();
-    EXPECT_EQ(std::any_cast<std::uint64_t>(ended.at(kAudioSessionInterruptionTypeKey)), 0u);
-    EXPECT_EQ(std::any_cast<std::uint64_t>(ended.at(kAudioSessionInterruptionOptionKey)), 1u);
-    EXPECT_EQ(received[1].userInfo.value().count(kAudioSessionInterruptionOptionKey), 0u);
 }
 
 } // namespace

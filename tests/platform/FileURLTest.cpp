@@ -48,27 +48,19 @@ INSTANTIATE_TEST_SUITE_P(
         UrlCase{"root", "/", "/", "", "file:///"}),
     test::CaseName());
 
-TEST(FileURLPathTest, RelativePathsAreMadeAbsoluteAgainstTheCurrentDirectory) {
+TEST(FileURLPathTest, RelativePathsAreMadeAbsoluteAndEqualityIsByNormalisedPath) {
     char cwd[4096];
     ASSERT_NE(::getcwd(cwd, sizeof cwd), nullptr);
     const std::string here = cwd;
     EXPECT_EQ(FileURL::fileURLWithPath("x/y.wav").path(), (here == "/" ? "" : here) + "/x/y.wav");
     EXPECT_EQ(FileURL::fileURLWithPath("").path(), here);
     EXPECT_EQ(FileURL::fileURLWithPath("../z.wav").path().find(".."), std::string::npos);
-}
 
-TEST(FileURLPathTest, ComponentsChangeWithinTheRootAndEqualityIsByNormalisedPath) {
-    const FileURL folder = FileURL::fileURLWithPath("/tmp/sounds");
-    EXPECT_EQ(folder.appendingPathComponent("a b.wav").description(),
-              "file:///tmp/sounds/a%20b.wav");
-    EXPECT_EQ(folder.appendingPathComponent("../x").path(), "/tmp/x");
-    EXPECT_EQ(folder.deletingLastPathComponent().path(), "/tmp");
+    EXPECT_EQ(FileURL::fileURLWithPath("/tmp/sounds").appendingPathComponent("../x").path(),
+              "/tmp/x");
     EXPECT_EQ(FileURL::fileURLWithPath("/").deletingLastPathComponent().path(), "/");
-
     const FileURL a = FileURL::fileURLWithPath("/tmp/x/../a.wav");
     EXPECT_EQ(a, FileURL::fileURLWithPath("/tmp//a.wav"));
-    EXPECT_EQ(std::hash<FileURL>{}(a),
-              std::hash<FileURL>{}(FileURL::fileURLWithPath("/tmp//a.wav")));
     EXPECT_NE(a, FileURL::fileURLWithPath("/tmp/A.wav"));
 }
 

@@ -1,6 +1,5 @@
-// Voices by language, answered from espeak-ng's installed voice list or from a pretended one.
+// Voices by language, from espeak-ng's installed voices (a pretended list is ManagerCoreTest's).
 #include <thread>
-#include <vantelo_sounds/platform/Simulation.hpp>
 #include <vantelo_sounds/platform/SpeechSynthesisVoice.hpp>
 #include <vector>
 
@@ -13,19 +12,12 @@ namespace {
 
 using Codes = std::vector<std::string>;
 
-class SpeechSynthesisVoiceTest : public ::testing::Test {
-protected:
-    SpeechSynthesisVoiceTest() { simulation::setAvailableLanguages(std::nullopt); }
-    ~SpeechSynthesisVoiceTest() override { simulation::setAvailableLanguages(std::nullopt); }
-};
-
 struct LanguageCase : test::NamedCase {
     const char* code;
     bool available;
 };
 
-class VoiceLookupTest : public SpeechSynthesisVoiceTest,
-                        public ::testing::WithParamInterface<LanguageCase> {};
+class VoiceLookupTest : public ::testing::TestWithParam<LanguageCase> {};
 
 TEST_P(VoiceLookupTest, InstalledLanguagesHaveAVoiceThatCanSpeak) {
     const auto voice = SpeechSynthesisVoice::voiceWithLanguage(GetParam().code);
@@ -48,11 +40,11 @@ INSTANTIATE_TEST_SUITE_P(Codes, VoiceLookupTest,
                                            LanguageCase{"newline", "en\n", false}),
                          test::CaseName());
 
-TEST_F(SpeechSynthesisVoiceTest, LookupsFromSeveralThreadsAllFindTheBritishVoice) {
-    std::vector<std::thread> threads;
+TEST(SpeechSynthesisVoiceTest, LookupsFromSeveralThreadsAllFindTheBritishVoice) {
     Codes identifiers(4);
+    std::vector<std::thread> threads;
     for (std::size_t t = 0; t < identifiers.size(); ++t) {
-        threads.emplace_back([&, t] {
+        threads.emplace_back([&identifiers, t] {
             for (int i = 0; i < 20; ++i) {
                 auto voice = SpeechSynthesisVoice::voiceWithLanguage(t % 2 ? "en-GB" : "en-gb");
                 identifiers[t] = voice ? voice->identifier() : "none";
@@ -63,21 +55,6 @@ TEST_F(SpeechSynthesisVoiceTest, LookupsFromSeveralThreadsAllFindTheBritishVoice
         thread.join();
     }
     EXPECT_EQ(identifiers, Codes(4, "gmw/en"));
-}
-
-TEST_F(SpeechSynthesisVoiceTest, APretendedListDecidesWhichLanguagesHaveVoices) {
-    simulation::setAvailableLanguages(Codes{"fr-FR", "xx-XX"});
-    EXPECT_EQ(SpeechSynthesisVoice::voiceWithLanguage("en-GB"), nullptr);
-    const auto french = SpeechSynthesisVoice::voiceWithLanguage("FR-fr");
-    ASSERT_NE(french, nullptr);
-    EXPECT_EQ(french->language(), "FR-fr");
-    EXPECT_NE(SpeechSynthesisVoice::voiceWithLanguage("xx-XX"), nullptr)
-        << "a listed language counts even when espeak-ng lacks it";
-
-    simulation::setAvailableLanguages(Codes{});
-    EXPECT_EQ(SpeechSynthesisVoice::voiceWithLanguage("fr-FR"), nullptr);
-    simulation::setAvailableLanguages(std::nullopt);
-    EXPECT_NE(SpeechSynthesisVoice::voiceWithLanguage("en-GB"), nullptr);
 }
 
 } // namespace

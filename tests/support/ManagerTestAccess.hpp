@@ -15,7 +15,6 @@ struct VTOSoundsManagerTestAccess {
     static auto& playQueue(VTOSoundsManager& m) { return m.playQueue; }
     static const auto& voice(VTOSoundsManager& m) { return m.voice; }
     static const auto& britishVoice(VTOSoundsManager& m) { return m.britishVoice; }
-    static SoundRecorder& soundRecorder(VTOSoundsManager& m) { return *m.soundRecorder; }
     static SpeechSynthesizer& syntesizer(VTOSoundsManager& m) { return *m.syntesizer; }
     static void playSound(VTOSoundsManager& m, const std::optional<PlaySoundSettings>& settings,
                           Completion completion) {

@@ -55,11 +55,12 @@ protected:
                 SoundFixtures::readBytes(err)};
     }
 
-    /// Runs `scenario` with --events and returns the events, times rounded to the millisecond.
-    /// Time never goes back from one line to the next.
+    /// Runs `scenario` with --events and --render (into mix.wav) and returns the events, times
+    /// rounded to the millisecond. Time never goes back from one line to the next.
     std::vector<json> events(const std::string& scenario) {
         const std::string eventsPath = mFiles.path("events.jsonl");
-        mLast = run({"run", writeScenario(scenario), "--events", eventsPath});
+        mLast = run({"run", writeScenario(scenario), "--events", eventsPath, "--render",
+                     mFiles.path("mix.wav")});
         EXPECT_EQ(mLast.status, 0) << mLast.err;
         std::vector<json> parsed;
         double previous = 0.0;
@@ -89,7 +90,7 @@ protected:
     CliResult mLast; ///< the last run of events()
 };
 
-TEST_F(CliRunTest, InvalidScenariosAndUsageExitWithTwoBeforeAnythingRuns) {
+TEST_F(CliRunTest, InvalidScenariosUsageAndUnwritableOutputsFailBeforeAnythingRuns) {
     // The first step is valid and early: nothing may run before the whole file is checked.
     const std::string path = writeScenario(R"({"duration": 1, "steps": [
         {"at": 0, "do": "play", "file": "x.wav"}, {"at": 0.5, "do": "dance"}]})");
@@ -104,14 +105,13 @@ TEST_F(CliRunTest, InvalidScenariosAndUsageExitWithTwoBeforeAnythingRuns) {
     const CliResult missing = run({"run", mFiles.path("absent.json")});
     EXPECT_EQ(missing.status, 2);
     EXPECT_NE(missing.err.find(mFiles.path("absent.json")), std::string::npos) << missing.err;
-}
 
-TEST_F(CliRunTest, OutputsThatCannotBeWrittenFailBeforeAnythingPlays) {
-    const std::string path = writeScenario(
+    // Outputs that cannot be written fail with 1, before anything plays.
+    const std::string valid = writeScenario(
         R"({"duration": 0.5, "steps": [{"at": 0, "do": "play", "file": "nothing.wav"}]})");
     const std::string out = mFiles.path("no/such/folder/out");
     for (const char* option : {"--events", "--render"}) {
-        const CliResult result = run({"run", path, option, out});
+        const CliResult result = run({"run", valid, option, out});
         EXPECT_EQ(result.status, 1) << option;
         EXPECT_EQ(result.out, "") << option;
         EXPECT_NE(result.err.find(out + ": cannot write the "), std::string::npos) << result.err;
@@ -120,7 +120,7 @@ TEST_F(CliRunTest, OutputsThatCannotBeWrittenFailBeforeAnythingPlays) {
 }
 
 TEST_F(CliRunTest, EventsAreTheConsoleAndTheSoundsOnTheirChannelsInTimeThenFileOrder) {
-    mFiles.tone("tone.wav", 1000.0, 0.5);
+    mFiles.tone("tone.wav", 1000.0, 0.5, 48000, 1, 0.5f);
     mFiles.tone("hum.wav", 200.0, 0.1);
     std::filesystem::create_directories(mFiles.path("res"));
     mFiles.tone("res/ping.wav", 500.0, 0.1);
@@ -161,6 +161,16 @@ TEST_F(CliRunTest, EventsAreTheConsoleAndTheSoundsOnTheirChannelsInTimeThenFileO
         soundEvent(0.9, "soundEnd", 1, "res/ping.wav", "finished"),
     };
     EXPECT_EQ(sounds, expected);
+
+    // The mix (in the writer's format, OutputTest's) holds exactly the duration: silence before
+    // the first step, the tone alone and hard left until the loop starts, silence after the end.
+    const auto wav = test::WavFile::read(mFiles.path("mix.wav"));
+    ASSERT_EQ(wav.frames(), 48000u);
+    const test::OfflineAudio audio(wav.samples);
+    EXPECT_EQ(audio.peak(0, 0, 12000), 0.0f);
+    EXPECT_NEAR(audio.rms(0, 12240, 14400), 0.5 / std::sqrt(2.0), 0.03);
+    EXPECT_EQ(audio.peak(1, 0, 14400), 0.0f);
+    EXPECT_EQ(audio.peak(0, 43200), 0.0f);
 }
 
 TEST_F(CliRunTest, ASoundStartedInAFinishedHandlingIsLoggedBeforeThatHandlingsCompletion) {
@@ -189,11 +199,9 @@ TEST_F(CliRunTest, PlayersDroppedWhenEveryChannelIsTakenEndWithoutAChannel) {
     json steps = json::array();
     for (const char* file : {"loop.wav", "d.wav", "e.wav", "f.wav"}) {
         mFiles.tone(file, 300.0, 1.0);
+        const bool loop = std::string(file) == "loop.wav";
         for (int i = 0; i < 8; ++i) {
-            steps.push_back({{"at", 0.1},
-                             {"do", "play"},
-                             {"file", file},
-                             {"loop", std::string(file) == "loop.wav"}});
+            steps.push_back({{"at", 0.1}, {"do", "play"}, {"file", file}, {"loop", loop}});
         }
     }
     mFiles.tone("late.wav", 500.0, 0.2);
@@ -213,24 +221,6 @@ TEST_F(CliRunTest, PlayersDroppedWhenEveryChannelIsTakenEndWithoutAChannel) {
         expected.insert(expected.end(), 8, soundEvent(1.1, "soundEnd", nullptr, file, "finished"));
     }
     EXPECT_EQ(after, expected);
-}
-
-TEST_F(CliRunTest, RenderHoldsExactlyTheDurationWithTheToneWhereItPlayed) {
-    mFiles.tone("tone.wav", 1000.0, 0.5, 48000, 1, 0.5f);
-    const std::string path = writeScenario(R"({"duration": 1.5, "steps": [
-        {"at": 0.25, "do": "play", "file": "tone.wav", "pan": -1, "volume": 1}]})");
-    const std::string wavPath = mFiles.path("mix.wav");
-    const CliResult result = run({"run", path, "--render", wavPath});
-    ASSERT_EQ(result.status, 0) << result.err;
-
-    const auto wav = test::WavFile::read(wavPath); // the writer's format is OutputTest's
-    ASSERT_EQ(wav.frames(), 72000u);
-    // Silence before the step, the tone hard left while it plays, silence after it ends.
-    const test::OfflineAudio audio(wav.samples);
-    EXPECT_EQ(audio.peak(0, 0, 12000), 0.0f);
-    EXPECT_NEAR(audio.rms(0, 14400, 33600), 0.5 / std::sqrt(2.0), 0.03);
-    EXPECT_LT(audio.rms(1, 14400, 33600), 1e-3);
-    EXPECT_EQ(audio.peak(0, 36000), 0.0f);
 }
 
 TEST_F(CliRunTest, RealTimeRenderRecordsWhatWasPlayedForTheDuration) {

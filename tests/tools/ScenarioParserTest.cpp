@@ -41,13 +41,10 @@ const std::vector<InvalidCase> kInvalidCases{
     {"MissingDuration", R"({"steps": []})", "duration", "missing required field"},
     {"HugeDuration", R"({"duration": 1e9})", "duration", "3600"},
     {"UnknownTopLevel", file(R"("durration": 2)"), "durration", "unknown field"},
-    {"StepsNotArray", file(R"("steps": {})"), "steps", "an object"},
     {"StepNotObject", file(R"("steps": [3])"), "steps[0]", "got 3"},
     {"UnknownStep", step("jump"), "steps[1].do", R"(unknown step "jump")"},
-    {"MissingDo", R"({"duration": 5, "steps": [{"at": 1}]})", "steps[0].do", "missing"},
     {"DoNotText", R"({"duration": 5, "steps": [{"at": 1, "do": 7}]})", "steps[0].do",
      "expected a string, got 7"},
-    {"MissingAt", R"({"duration": 5, "steps": [{"do": "shutup"}]})", "steps[0].at", "missing"},
     {"NegativeAt", R"({"duration": 5, "steps": [{"at": -0.5, "do": "shutup"}]})", "steps[0].at",
      "got -0.5"},
     {"AtAfterEnd", R"({"duration": 5, "steps": [{"at": 7, "do": "shutup"}]})", "steps[0].at",
@@ -64,14 +61,10 @@ const std::vector<InvalidCase> kInvalidCases{
     {"EmptyPath", step("play", R"("file": "")"), "steps[1].file", "empty"},
     {"InstructionWithoutText", step("instructions", R"("list": [{"clip": "a.wav"}])"),
      "steps[1].list[0].text", "missing"},
-    {"InstructionUnknownField", step("instructions", R"("list": [{"text": "a", "x": 1}])"),
-     "steps[1].list[0].x", "unknown field"},
     {"InterruptionFractionOptions", step("interruption", R"("type": 0, "options": 1.5)"),
      "steps[1].options", "whole number"},
     {"BadRecordPermission", file(R"("recordPermission": "maybe")"), "recordPermission",
      R"(got "maybe")"},
-    {"PermissionAnswerWord", file(R"("permissionAnswer": "yes")"), "permissionAnswer",
-     R"("grant" or "refuse")"},
     {"MicrophoneMixedForms", file(R"("microphone": {"tone": 440, "file": "a.wav"})"),
      "microphone.file", "unknown field"},
     {"MicrophoneEmpty", file(R"("microphone": {})"), "microphone", "empty object"},
@@ -79,11 +72,7 @@ const std::vector<InvalidCase> kInvalidCases{
      "true"},
     {"MicrophoneToneAboveNyquist", file(R"("microphone": {"tone": 30000})"), "microphone.tone",
      "24000"},
-    {"MicrophoneLoudTone", file(R"("microphone": {"tone": 440, "amplitude": 2})"),
-     "microphone.amplitude", "from 0 to 1"},
     {"VoicesNotStrings", file(R"("voices": ["en-GB", 5])"), "voices[1]", "expected a string"},
-    {"LocalizationNotString", file(R"("localizations": {"en-GB": 1})"), "localizations.en-GB",
-     "expected a string"},
     {"FieldNameWithANewline", R"({"duration": 1, "two\nlines": 0})", "two\\nlines", "unknown"},
     {"LongValueShortened",
      step("play", R"("file": "a.wav", "volume": ")" + std::string(500, 'x') + "\""),
@@ -109,11 +98,13 @@ TEST_P(ScenarioParserInvalidTest, NamesFileFieldAndProblemOnOneLine) {
 INSTANTIATE_TEST_SUITE_P(Table, ScenarioParserInvalidTest, ::testing::ValuesIn(kInvalidCases),
                          vantelo_sounds::test::CaseName());
 
-ScenarioStep makeStep(std::size_t index, double at, ScenarioStep::Action action) {
+ScenarioStep makeStep(std::size_t index, double at, ScenarioStep::Action action,
+                      std::string file = "") {
     ScenarioStep step;
     step.index = index;
     step.at = at;
     step.action = action;
+    step.file = std::move(file);
     return step;
 }
 
@@ -123,8 +114,7 @@ TEST(ScenarioParserTest, FullExampleKeepsEveryValueAndFileOrder) {
       "voices": ["en-GB", "fr-FR"], "recordPermission": "denied", "permissionAnswer": "grant",
       "microphone": {"tone": 440.0, "amplitude": 0.25},
       "steps": [
-        {"at": 2.0, "do": "play", "file": "sounds/a.wav", "pan": -1.0, "volume": 0.5,
-         "loop": true, "queued": true, "tag": "a1"},
+        {"at": 2.0, "do": "play", "file": "sounds/a.wav", "volume": 0.5, "queued": true},
         {"at": 0.5, "do": "stop", "file": "/abs/../b.wav"},
         {"at": 0.5, "do": "playResource", "name": "beep", "ext": "wav"},
         {"at": 2.0, "do": "instructions",
@@ -143,16 +133,14 @@ TEST(ScenarioParserTest, FullExampleKeepsEveryValueAndFileOrder) {
     EXPECT_EQ(s.microphone, (MicrophoneSignal{MicrophoneSignal::Kind::tone, 440.0, 0.25, ""}));
 
     using Action = ScenarioStep::Action;
-    std::vector<ScenarioStep> steps{
-        makeStep(0, 2.0, Action::play),         makeStep(1, 0.5, Action::stop),
-        makeStep(2, 0.5, Action::playResource), makeStep(3, 2.0, Action::instructions),
-        makeStep(4, 3.0, Action::interruption), makeStep(5, 4.1, Action::startRecording)};
-    steps[0].file = "/scenes/sounds/a.wav";
-    steps[0].pan = -1.0;
+    std::vector<ScenarioStep> steps{makeStep(0, 2.0, Action::play, "/scenes/sounds/a.wav"),
+                                    makeStep(1, 0.5, Action::stop, "/b.wav"),
+                                    makeStep(2, 0.5, Action::playResource),
+                                    makeStep(3, 2.0, Action::instructions),
+                                    makeStep(4, 3.0, Action::interruption),
+                                    makeStep(5, 4.1, Action::startRecording)};
     steps[0].volume = 0.5;
-    steps[0].loop = steps[0].queued = true;
-    steps[0].tag = "a1";
-    steps[1].file = "/b.wav";
+    steps[0].queued = true;
     steps[2].name = "beep";
     steps[2].ext = "wav";
     steps[3].list = {{"Jump", "/scenes/b.wav"}, {"Duck", std::nullopt}};
@@ -169,9 +157,8 @@ TEST(ScenarioParserTest, OmittedFieldsTakeTheirDefaultsAndAnEmptyVoiceListIsKept
     EXPECT_EQ(result->bundle, kFolder);
     EXPECT_EQ(result->voices, std::vector<std::string>{}); // no voice, unlike an absent list
     EXPECT_EQ(result->microphone.path, "/scenes/m.wav");
-    ScenarioStep play = makeStep(0, 0.0, ScenarioStep::Action::play); // pan 0, volume 0.75
-    play.file = "/scenes/a.wav";
-    EXPECT_EQ(result->steps, std::vector<ScenarioStep>{play});
+    const auto play = makeStep(0, 0.0, ScenarioStep::Action::play, "/scenes/a.wav");
+    EXPECT_EQ(result->steps, std::vector<ScenarioStep>{play});     // pan 0, volume 0.75
     EXPECT_FALSE(parse(R"({"duration": 1})")->voices.has_value()); // every installed voice
 }
 
