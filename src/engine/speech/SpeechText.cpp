@@ -255,15 +255,16 @@ bool joinsHyphen(char32_t c) {
 
 // "---लच्छेद" becomes "--- लच्छेद" and "(-कम" becomes "(- कम": a hyphen that starts a word
 // with a letter outside ASCII in it. espeak-ng's word runs on across hyphens, dots and
-// apostrophes ("---S-मल" and "(-a.中" are as bad as "---मल"), so everything up to the next
-// space counts. A hyphen inside a word ("नमस्ते-दुनिया") stays.
+// apostrophes ("---S-मल" and "(-a.中" are as bad as "---मल"), so all up to the next space
+// counts. A hyphen inside a word ("नमस्ते-दुनिया") stays.
 std::u32string detachLeadingHyphens(std::u32string_view text) {
-    // nonAsciiAhead[i]: the text from i to the next space has a non-ASCII character; found in
+    // nonAsciiAhead[i]: the text from i to the next space has a letter outside ASCII; found in
     // one pass from the end, so the text is read once whatever its hyphens.
     std::vector<bool> nonAsciiAhead(text.size() + 1, false);
     for (std::size_t i = text.size(); i-- > 0;) {
-        if (kindOf(text[i]) != Kind::Space) {
-            nonAsciiAhead[i] = text[i] >= 0x80 || nonAsciiAhead[i + 1];
+        const Kind kind = kindOf(text[i]);
+        if (kind != Kind::Space) {
+            nonAsciiAhead[i] = (text[i] >= 0x80 && kind == Kind::Letter) || nonAsciiAhead[i + 1];
         }
     }
     std::u32string out;
