@@ -87,6 +87,17 @@ private:
     /// Stops every channel playing `with` (or only the first found when `channels` is false) and
     /// runs the finished-playing handling for each at once.
     void stopPlayingSound(const FileURL& with, bool channels);
+    /// Appends `text` (when given) to the speech list, then starts the list's head unless a text
+    /// from the list is being spoken.
+    void speakingQueue(const std::optional<std::string>& text, SpeechCompletion completion);
+    /// Starts one instruction, in the list or not: its text, then its clip, then the list's next.
+    void play(const SoundInstruction& instruction);
+    /// Hands `text` to the synthesizer in `in`; the end of that utterance runs `step` once.
+    void speakUtterance(const std::string& text,
+                        const std::shared_ptr<const SpeechSynthesisVoice>& in,
+                        SpeechCompletion step);
+    /// Runs the step bound to `utterance` when it was started, if any, and lets go of it.
+    void runStepOf(const std::shared_ptr<SpeechUtterance>& utterance);
     /// Tries to start the play queue's last item; runs after every change of the queue, inside
     /// accessQueue.
     void queueStep();
@@ -102,7 +113,9 @@ private:
     const std::shared_ptr<const SpeechSynthesisVoice> voice;
     const std::shared_ptr<const SpeechSynthesisVoice> britishVoice;
     const std::unique_ptr<SpeechSynthesizer> syntesizer;
-    SpeechCompletion speakCompletion;
+    /// The step each utterance runs when it ends, bound to the utterance it was started for.
+    std::vector<std::pair<std::shared_ptr<const SpeechUtterance>, SpeechCompletion>>
+        speakCompletion;
     std::string textCurrentlySpoken;
     std::unique_ptr<SoundRecorder> soundRecorder;
     std::vector<SoundInstruction> instructionQueue;

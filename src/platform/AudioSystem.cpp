@@ -27,11 +27,6 @@ constexpr Duration kDevicePoll = std::chrono::seconds(1);
 // Past this (about three years) a target time is clamped, so frame arithmetic cannot overflow.
 constexpr Duration::rep kMaxTime = Duration::rep{100'000'000'000'000'000};
 
-void warn(const std::string& text) {
-    std::fprintf(stderr, "vantelo_sounds: %s\n", text.c_str());
-    std::fflush(stderr);
-}
-
 std::unique_ptr<engine::Output> makeOutput(const RunLoop& loop, const OutputConfig& config) {
     using Kind = OutputConfig::Kind;
     if (loop.isManual()) {
@@ -45,7 +40,7 @@ std::unique_ptr<engine::Output> makeOutput(const RunLoop& loop, const OutputConf
     case Kind::wav:
         return std::make_unique<engine::WavFileOutput>(config.wavPath, true);
     case Kind::manual:
-        warn("the manual output needs a manual run loop; playing on the null output");
+        AudioSystem::warn("the manual output needs a manual run loop; playing on the null output");
         return std::make_unique<engine::NullOutput>();
     case Kind::automatic:
     case Kind::sdl:
@@ -73,8 +68,8 @@ OutputConfig OutputConfig::fromEnvironment() {
         config.kind = Kind::wav;
         config.wavPath = text.substr(4);
     } else if (!text.empty()) {
-        warn("VANTELO_SOUNDS_OUTPUT=" + text +
-             " is not one of sdl, null, wav:PATH, manual; choosing automatically");
+        AudioSystem::warn("VANTELO_SOUNDS_OUTPUT=" + text +
+                          " is not one of sdl, null, wav:PATH, manual; choosing automatically");
     }
     return config;
 }
@@ -218,6 +213,11 @@ void AudioSystem::stealVoice() {
     victim->stolen = true;
     ++mStolenFading;
     mEngine->stop({static_cast<std::uint32_t>(victimSlot), victim->generation}, commandFrame());
+}
+
+void AudioSystem::warn(const std::string& text) {
+    std::fprintf(stderr, "vantelo_sounds: %s\n", text.c_str());
+    std::fflush(stderr);
 }
 
 void AudioSystem::warnOnce(Warning warning, const std::string& text) {

@@ -76,6 +76,8 @@ public:
     std::optional<engine::VoiceHandle> startVoice(std::shared_ptr<const engine::FrameSource> data,
                                                   engine::VoiceParams params, EndHandler onEnd,
                                                   std::shared_ptr<const void> keepAlive);
+    /// Says `text` on standard error, as the library's own line.
+    static void warn(const std::string& text);
     /// What the audio system says once on standard error, the first time it happens.
     enum class Warning { voicesRanOut, soundMemoryFull };
     void warnOnce(Warning warning, const std::string& text);

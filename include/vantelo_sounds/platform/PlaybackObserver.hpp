@@ -5,9 +5,11 @@
 namespace vantelo_sounds {
 
 class AudioPlayer;
+class SpeechUtterance;
 
-/// Watches every player of the process start and end (the command-line program's event log,
-/// tests). Called on the run loop's thread; must not destroy the player it is told about.
+/// Watches every player and every spoken utterance of the process start and end (the command-line
+/// program's event log, tests). Called on the run loop's thread; must not destroy the player it is
+/// told about.
 class PlaybackObserver {
 public:
     enum class EndReason {
@@ -22,6 +24,15 @@ public:
     /// `player` ended. `at` is the loop time just after its last sounding frame for a natural end,
     /// and the time of the stop() call for a stop (the few-millisecond fade follows it).
     virtual void playerEnded(const AudioPlayer& player, EndReason reason, Duration at) = 0;
+    /// `utterance` began to sound at `at` (its voice's first frame).
+    virtual void utteranceStarted(const SpeechUtterance& utterance, Duration at) {
+        (void)utterance, (void)at;
+    }
+    /// `utterance`, which had begun to sound, ended: `finished` (spoken to its end, or as far as
+    /// it could be synthesized) or `stopped`; the times are those of playerEnded.
+    virtual void utteranceEnded(const SpeechUtterance& utterance, EndReason reason, Duration at) {
+        (void)utterance, (void)reason, (void)at;
+    }
 };
 
 /// Sets the process's observer (nullptr: none). Not owned. Set it on the run loop's thread.

@@ -12,6 +12,7 @@
 #include "engine/sound/SoundData.hpp"
 #include "engine/sound/SoundStream.hpp"
 #include "engine/speech/EspeakLibrary.hpp"
+#include "engine/speech/SpeechText.hpp"
 
 namespace vantelo_sounds::engine {
 namespace {
@@ -51,17 +52,6 @@ std::size_t pieceEnd(const std::string& text, std::size_t from) {
         --cut;
     }
     return cut;
-}
-
-// Control characters make espeak-ng misbehave; they become spaces.
-std::string withoutControls(std::string text) {
-    for (char& c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if ((byte < 0x20 && byte != '\n') || byte == 0x7F) {
-            c = ' ';
-        }
-    }
-    return text;
 }
 
 } // namespace
@@ -174,7 +164,7 @@ void SpeechWorker::run() {
 void SpeechWorker::speakJob(Job& job) {
     EspeakLibrary& espeak = EspeakLibrary::instance();
     SoundStream& stream = *job.stream;
-    const std::string text = withoutControls(job.utterance.text);
+    const std::string text = speakableText(job.utterance.text, job.utterance.language);
     job.frame.reset(av_frame_alloc());
     if (!espeak.isAvailable() || !job.frame) {
         stream.finish(false);

@@ -26,11 +26,13 @@ class SoundStream;
 /// synthesis ends through espeak-ng's callback, the only way that stops it.
 class SpeechWorker {
 public:
-    /// What to speak: the text as given (made speakable here), an espeak-ng voice identifier
-    /// ("gmw/en") and the speaking rate in words per minute.
+    /// What to speak: the text as given (made speakable here, see speakableText), an espeak-ng
+    /// voice identifier ("gmw/en"), the voice's language code ("en-GB") and the speaking rate in
+    /// words per minute.
     struct Utterance {
         std::string text;
         std::string voice;
+        std::string language;
         int wordsPerMinute = 175;
     };
 

@@ -23,7 +23,7 @@ protected:
     SpeechWorkerTest() { mEngine.manualOutput()->setCapture(&mSamples); }
 
     VoiceHandle say(const std::string& text, const std::string& voice = "gmw/en") {
-        auto voiceHandle = mEngine.start(mEngine.speech().speak({text, voice, 175}), {});
+        auto voiceHandle = mEngine.start(mEngine.speech().speak({text, voice, "en", 175}), {});
         EXPECT_TRUE(voiceHandle);
         return voiceHandle.value_or(VoiceHandle{});
     }
