@@ -91,7 +91,8 @@ private:
     /// from the list is being spoken.
     void speakingQueue(const std::optional<std::string>& text, SpeechCompletion completion);
     /// Starts one instruction, in the list or not: its text, then its clip, then the list's next.
-    void play(const SoundInstruction& instruction);
+    /// Not an overload of play(): `play({instruction})` must reach the public list operation.
+    void playInstruction(const SoundInstruction& instruction);
     /// Hands `text` to the synthesizer in `in`; the end of that utterance runs `step` once.
     void speakUtterance(const std::string& text,
                         const std::shared_ptr<const SpeechSynthesisVoice>& in,

@@ -114,7 +114,7 @@ protected:
 
     SoundFixtures sounds;
 
-private:
+    /// Adds an entry to the log, stamped with the loop time.
     void note(const std::string& entry) {
         char stamp[32];
         std::snprintf(stamp, sizeof stamp, "%.3fms ",
@@ -122,6 +122,7 @@ private:
         mLog.push_back(stamp + entry);
     }
 
+private:
     ScopedEnv mCacheHome{"XDG_CACHE_HOME", sounds.path("caches")};
     RunLoop& mLoop;
     std::unique_ptr<VTOSoundsManager> mManager;

@@ -15,11 +15,11 @@ void VTOSoundsManager::play(const std::vector<SoundInstruction>& instruction) {
     const std::size_t before = instructionQueue.size();
     instructionQueue.insert(instructionQueue.end(), instruction.begin(), instruction.end());
     if (before == 0 && !instructionQueue.empty()) {
-        play(SoundInstruction(instructionQueue.front()));
+        playInstruction(SoundInstruction(instructionQueue.front()));
     }
 }
 
-void VTOSoundsManager::play(const SoundInstruction& instruction) {
+void VTOSoundsManager::playInstruction(const SoundInstruction& instruction) {
     // The clip-finished step: every instruction with this one's id leaves the list (copies of one
     // instruction share it), and the next head starts at once, with no pause after the clip.
     Completion clipFinished = [this, instruction] {
@@ -27,7 +27,7 @@ void VTOSoundsManager::play(const SoundInstruction& instruction) {
             return queued.id() == instruction.id();
         });
         if (!instructionQueue.empty()) {
-            play(SoundInstruction(instructionQueue.front()));
+            playInstruction(SoundInstruction(instructionQueue.front()));
         }
     };
     if (!voice) {
