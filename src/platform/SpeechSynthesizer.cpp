@@ -45,7 +45,7 @@ std::string shortened(const std::string& text) {
 } // namespace
 
 struct SpeechSynthesizer::Impl : std::enable_shared_from_this<Impl> {
-    std::shared_ptr<AudioSystem> system = AudioSystem::sharedPointer();
+    std::shared_ptr<AudioSystem> system; // of the utterance being spoken
     SpeechSynthesizer* owner = nullptr;
     SpeechSynthesizerDelegate* delegate = nullptr;
     std::shared_ptr<SpeechUtterance> current; // being spoken
@@ -63,6 +63,9 @@ struct SpeechSynthesizer::Impl : std::enable_shared_from_this<Impl> {
 };
 
 void SpeechSynthesizer::Impl::start(std::shared_ptr<SpeechUtterance> utterance) {
+    // Each utterance speaks on the audio system that plays now, as a new player would, even when
+    // the game chose another output after the synthesizer was made.
+    system = AudioSystem::sharedPointer();
     current = std::move(utterance);
     sounding = false;
     std::shared_ptr<const SpeechSynthesisVoice> speaker = current->voice();
