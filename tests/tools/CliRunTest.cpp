@@ -1,4 +1,5 @@
 // The real program, run as a subprocess on scenarios written next to generated sounds.
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "support/NamedCase.hpp"
 #include "support/OfflineAudio.hpp"
 #include "support/SoundFixtures.hpp"
 #include "support/WavFile.hpp"
@@ -56,19 +58,22 @@ protected:
     }
 
     /// Runs `scenario` with --events and --render (into mix.wav) and returns the events, times
-    /// rounded to the millisecond. Time never goes back from one line to the next.
+    /// rounded to the millisecond (mTimes keeps them as written). Time never goes back from one
+    /// line to the next.
     std::vector<json> events(const std::string& scenario) {
         const std::string eventsPath = mFiles.path("events.jsonl");
         mLast = run({"run", writeScenario(scenario), "--events", eventsPath, "--render",
                      mFiles.path("mix.wav")});
         EXPECT_EQ(mLast.status, 0) << mLast.err;
         std::vector<json> parsed;
+        mTimes.clear();
         double previous = 0.0;
         for (const auto& line : splitLines(SoundFixtures::readBytes(eventsPath))) {
             parsed.push_back(json::parse(line)); // throws, failing the test, on a bad line
             const double t = parsed.back()["t"].get<double>();
             EXPECT_GE(t, previous) << line;
             previous = t;
+            mTimes.push_back(t);
             parsed.back()["t"] = std::round(t * 1000.0) / 1000.0;
         }
         return parsed;
@@ -87,7 +92,8 @@ protected:
     }
 
     SoundFixtures mFiles;
-    CliResult mLast; ///< the last run of events()
+    CliResult mLast;            ///< the last run of events()
+    std::vector<double> mTimes; ///< the unrounded times of the last events()
 };
 
 TEST_F(CliRunTest, InvalidScenariosUsageAndUnwritableOutputsFailBeforeAnythingRuns) {
@@ -222,6 +228,136 @@ TEST_F(CliRunTest, PlayersDroppedWhenEveryChannelIsTakenEndWithoutAChannel) {
     }
     EXPECT_EQ(after, expected);
 }
+
+// Speech, checked on what the log says and what the render holds. Times between two events are
+// checked to the frame; an event named "" stands for scenario time 0.
+struct SpeechCase : test::NamedCase {
+    std::string scenario;
+    std::vector<std::string> expected; ///< each event's type and other fields, without its time
+    struct Gap {
+        std::string from, to;
+        double seconds;
+    };
+    std::vector<Gap> gaps;
+};
+
+class CliSpeechTest : public CliRunTest, public ::testing::WithParamInterface<SpeechCase> {
+protected:
+    /// "speechEnd One finished": the type and the other fields' values, in the order the log
+    /// writes them; a file by its name.
+    static std::string summary(const json& event) {
+        std::string text = event["type"];
+        for (const char* key :
+             {"tag", "channel", "line", "text", "file", "voice", "reason", "error"}) {
+            if (!event.contains(key)) {
+                continue;
+            }
+            const json& value = event[key];
+            text += " " + (key == std::string("file")
+                               ? std::filesystem::path(value.get<std::string>()).filename().string()
+                           : value.is_string() ? value.get<std::string>()
+                                               : value.dump());
+        }
+        return text;
+    }
+};
+
+TEST_P(CliSpeechTest, SpeechIsLoggedInCausalOrderAndHeardOnlyWhileItSounds) {
+    mFiles.tone("clip.wav", 440.0, 0.3);
+    const auto logged = events(GetParam().scenario);
+    std::vector<std::string> summaries;
+    std::vector<std::string> console;
+    for (const auto& event : logged) {
+        summaries.push_back(summary(event));
+        if (event["type"] == "console") {
+            console.push_back(event["line"]);
+        }
+    }
+    EXPECT_EQ(summaries, GetParam().expected);
+    EXPECT_EQ(console, splitLines(mLast.out));
+    const auto timeOf = [&](const std::string& name) {
+        const auto found = std::find(summaries.begin(), summaries.end(), name);
+        if (name.empty() || found == summaries.end()) {
+            EXPECT_EQ(name, "") << "not logged";
+            return 0.0;
+        }
+        return mTimes[static_cast<std::size_t>(found - summaries.begin())];
+    };
+    for (const auto& gap : GetParam().gaps) {
+        EXPECT_NEAR(timeOf(gap.to) - timeOf(gap.from), gap.seconds, 0.5 / 48000) << gap.to;
+    }
+
+    // Sound between each start and its end, nothing elsewhere (no two sound at once here): a
+    // cancelled utterance falls silent within one mixer block.
+    const auto wav = test::WavFile::read(mFiles.path("mix.wav"));
+    const test::OfflineAudio audio(wav.samples);
+    const auto loudest = [&](std::size_t first, std::size_t last) {
+        return std::max(audio.peak(0, first, last), audio.peak(1, first, last));
+    };
+    std::size_t quietFrom = 0;
+    std::size_t startFrame = 0;
+    for (std::size_t i = 0; i < logged.size(); ++i) {
+        const std::string type = logged[i]["type"];
+        const auto frame = static_cast<std::size_t>(std::lround(mTimes[i] * 48000));
+        if (type == "speechStart" || type == "soundStart") {
+            EXPECT_EQ(loudest(quietFrom, frame), 0.0f) << "before " << summaries[i];
+            startFrame = frame;
+        } else if (type == "speechEnd" || type == "soundEnd") {
+            EXPECT_GT(loudest(startFrame, frame), 0.05f) << summaries[i];
+            quietFrom = frame + (logged[i]["reason"] == "finished" ? 0 : 1024);
+        }
+    }
+    EXPECT_EQ(loudest(quietFrom, audio.frames()), 0.0f) << "after the last end";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scenarios, CliSpeechTest,
+    ::testing::Values(
+        SpeechCase{
+            "listedTextsTwoTenthsApart",
+            R"({"duration": 2, "steps": [{"at": 0.1, "do": "speak", "text": "One", "tag": "s"},
+                       {"at": 0.1, "do": "speak", "text": "Two"},
+                       {"at": 0.1, "do": "speak", "text": "Three"}]})",
+            {"console Speak text put into queue: One", "speechStart One en-GB",
+             "console Speak text put into queue: Two", "console Speak text put into queue: Three",
+             "speechEnd One finished", "console speechSynthesizer didFinish",
+             "completion s One null", "speechStart Two en-GB", "speechEnd Two finished",
+             "console speechSynthesizer didFinish", "completion s Two null",
+             "speechStart Three en-GB", "speechEnd Three finished",
+             "console speechSynthesizer didFinish", "completion s Three null"},
+            {{"", "speechStart One en-GB", 0.1},
+             {"speechEnd One finished", "speechStart Two en-GB", 0.2},
+             {"speechEnd Two finished", "speechStart Three en-GB", 0.2}}},
+        SpeechCase{"shutupCancelsAndEmptiesTheList",
+                   R"({"duration": 1, "steps": [
+                       {"at": 0.1, "do": "speak", "text": "On and on and on"},
+                       {"at": 0.1, "do": "speak", "text": "Never"},
+                       {"at": 0.5, "do": "shutup"}]})",
+                   {"console Speak text put into queue: On and on and on",
+                    "speechStart On and on and on en-GB",
+                    "console Speak text put into queue: Never",
+                    "speechEnd On and on and on cancelled", "console speechSynthesizer didCancel"},
+                   {{"", "speechEnd On and on and on cancelled", 0.5}}},
+        SpeechCase{"noVoiceFailsTheText",
+                   R"({"duration": 0.5, "voices": [], "steps": [
+                       {"at": 0.1, "do": "speak", "text": "Hello", "tag": "s"}]})",
+                   {"console Speak text put into queue: Hello",
+                    "console Voice engine is unavailable for selected language",
+                    "console Failed to speak text Hello, error: "
+                    "VoiceEngineIsUnavailableForSelectedLanguage",
+                    "completion s Hello VoiceEngineIsUnavailableForSelectedLanguage"},
+                   {}},
+        SpeechCase{"instructionClipBetweenTexts",
+                   R"({"duration": 2, "steps": [{"at": 0.1, "do": "instructions", "list": [
+                       {"text": "Jump", "clip": "clip.wav"}, {"text": "Duck"}]}]})",
+                   {"speechStart Jump en-GB", "speechEnd Jump finished",
+                    "console speechSynthesizer didFinish", "soundStart 1 clip.wav",
+                    "console Sound is playing in channel 1", "soundEnd 1 clip.wav finished",
+                    "speechStart Duck en-GB", "speechEnd Duck finished",
+                    "console speechSynthesizer didFinish"},
+                   {{"speechEnd Jump finished", "soundStart 1 clip.wav", 0.0},
+                    {"soundEnd 1 clip.wav finished", "speechStart Duck en-GB", 0.0}}}),
+    test::CaseName{});
 
 TEST_F(CliRunTest, RealTimeRenderRecordsWhatWasPlayedForTheDuration) {
     mFiles.tone("tone.wav", 1000.0, 0.2, 48000, 1, 0.5f);

@@ -64,6 +64,15 @@ void EventLog::soundEnd(Duration t, std::optional<std::int64_t> channel, const s
     record(t, "soundEnd", {{"channel", channelField(channel)}, {"file", file}, {"reason", reason}});
 }
 
+void EventLog::speechStart(Duration t, const std::string& text,
+                           const std::optional<std::string>& voice) {
+    record(t, "speechStart", {{"text", text}, {"voice", voice ? Fields(*voice) : Fields(nullptr)}});
+}
+
+void EventLog::speechEnd(Duration t, const std::string& text, std::string_view reason) {
+    record(t, "speechEnd", {{"text", text}, {"reason", reason}});
+}
+
 void EventLog::completion(Duration t, const std::string& tag) {
     record(t, "completion", {{"tag", tag}});
 }

@@ -43,6 +43,11 @@ public:
     /// A sound stopped sounding; `reason` is "finished" or "stopped".
     void soundEnd(Duration t, std::optional<std::int64_t> channel, const std::string& file,
                   std::string_view reason);
+    /// An utterance began to sound in the voice of language `voice` (absent: the synthesizer's
+    /// default voice).
+    void speechStart(Duration t, const std::string& text, const std::optional<std::string>& voice);
+    /// An utterance stopped sounding; `reason` is "finished" or "cancelled".
+    void speechEnd(Duration t, const std::string& text, std::string_view reason);
 
     /// A sound's completion ran.
     void completion(Duration t, const std::string& tag);

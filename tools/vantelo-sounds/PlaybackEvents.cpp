@@ -2,6 +2,7 @@
 
 #include <vantelo_sounds/VTOSoundsManager.hpp>
 #include <vantelo_sounds/platform/AudioPlayer.hpp>
+#include <vantelo_sounds/platform/SpeechUtterance.hpp>
 
 namespace vantelo_sounds::cli {
 
@@ -40,6 +41,23 @@ void PlaybackEvents::playerEnded(const AudioPlayer& player, EndReason reason, Du
     writePendingStarts();
     mLog.soundEnd(at, channelOf(player), player.url().path(),
                   reason == EndReason::finished ? "finished" : "stopped");
+}
+
+void PlaybackEvents::utteranceStarted(const SpeechUtterance& utterance, Duration at) {
+    writePendingStarts();
+    std::optional<std::string> language;
+    if (utterance.voice()) {
+        language = utterance.voice()->language();
+    }
+    mLog.speechStart(at, utterance.speechString(), language);
+}
+
+void PlaybackEvents::utteranceEnded(const SpeechUtterance& utterance, EndReason reason,
+                                    Duration at) {
+    writePendingStarts();
+    // A stolen voice is cut off like a stopped one.
+    mLog.speechEnd(at, utterance.speechString(),
+                   reason == EndReason::finished ? "finished" : "cancelled");
 }
 
 void PlaybackEvents::consoleLine(std::string_view line) {

@@ -12,8 +12,9 @@
 namespace vantelo_sounds::cli {
 
 /// Turns players starting and ending into soundStart / soundEnd events that carry the manager's
-/// channel number as it is at that moment. Installed as the process's playback observer for as
-/// long as it lives. Used on the run loop's thread.
+/// channel number as it is at that moment, and utterances into speechStart / speechEnd events.
+/// Installed as the process's playback observer for as long as it lives. Used on the run loop's
+/// thread.
 ///
 /// A new player starts sounding inside the manager's call, before the manager has put it in its
 /// channel table, and the manager prints "Sound is playing in channel N" right after storing it.
@@ -21,6 +22,10 @@ namespace vantelo_sounds::cli {
 /// just before it, with the channel the table gives then. An end is written at once, with the
 /// channel the table gives at that moment: a player the manager no longer holds (dropped when all
 /// channels were taken) has none.
+///
+/// Utterances become speechStart / speechEnd events at once: the synthesizer reports an end
+/// before it tells the manager, so the end comes before the manager's "speechSynthesizer
+/// didFinish" and the completion that follows it.
 class PlaybackEvents final : public PlaybackObserver {
 public:
     explicit PlaybackEvents(EventLog& log);
@@ -31,6 +36,8 @@ public:
 
     void playerStarted(const AudioPlayer& player, Duration at) override;
     void playerEnded(const AudioPlayer& player, EndReason reason, Duration at) override;
+    void utteranceStarted(const SpeechUtterance& utterance, Duration at) override;
+    void utteranceEnded(const SpeechUtterance& utterance, EndReason reason, Duration at) override;
     /// Called just before one of the library's console lines is logged.
     void consoleLine(std::string_view line);
 
