@@ -30,7 +30,6 @@
 #include <optional>
 #include <random>
 #include <string>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <vantelo_sounds/platform/RunLoop.hpp>
@@ -101,21 +100,24 @@ double processCpuSeconds() {
     return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
 
-long rssNowKb() {
+// A field of /proc/self/status in kB: "VmRSS" (resident now), "VmHWM" (resident at the peak).
+long statusKb(const std::string& field) {
     std::ifstream status("/proc/self/status");
     std::string line;
     while (std::getline(status, line)) {
-        if (line.rfind("VmRSS:", 0) == 0) {
-            return std::stol(line.substr(6));
+        if (line.rfind(field + ":", 0) == 0) {
+            return std::stol(line.substr(field.size() + 1));
         }
     }
     return -1;
 }
 
-long peakRssKb() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
+// Makes the current resident size the process's peak, so that a later peak is this run's own.
+bool resetPeakRss() {
+    std::ofstream clearRefs("/proc/self/clear_refs");
+    clearRefs << "5";
+    clearRefs.flush();
+    return static_cast<bool>(clearRefs);
 }
 
 std::string englishVoice() {
@@ -439,7 +441,7 @@ void synthesisSpeed(benchmark::State& state, std::string text) {
                 engine.drainEvents([&](const engine::VoiceEnded&) { ended = true; });
                 const std::uint64_t spoken = engine.renderedFrame() - from;
                 if (spoken % (10 * engine::kMixRate) < engine::ManualOutput::kBlockFrames) {
-                    rssSamples.push_back(rssNowKb());
+                    rssSamples.push_back(statusKb("VmRSS"));
                 }
             }
             return static_cast<double>(engine.renderedFrame() - from) / engine::kMixRate;
@@ -447,15 +449,15 @@ void synthesisSpeed(benchmark::State& state, std::string text) {
         speakToEnd("Warming up.");
         rssSamples.clear();
         rssSamples.reserve(1 << 12);
-        rssBefore = rssNowKb();
-        const long peakBefore = peakRssKb();
+        rssBefore = statusKb("VmRSS");
+        const bool peakReset = resetPeakRss();
         const double cpu0 = processCpuSeconds();
         const auto wall0 = SteadyTime::now();
         speechSeconds = speakToEnd(text);
         wallSeconds = std::chrono::duration<double>(SteadyTime::now() - wall0).count();
         cpuSeconds = processCpuSeconds() - cpu0;
-        rssEnd = rssNowKb();
-        peakGrowth = peakRssKb() - peakBefore;
+        rssEnd = statusKb("VmRSS");
+        peakGrowth = peakReset ? statusKb("VmHWM") - rssBefore : -1;
     }
     // Memory that grew with the text would grow as much in the second half as in the first.
     const auto half = rssSamples.begin() + static_cast<std::ptrdiff_t>(rssSamples.size() / 2);
