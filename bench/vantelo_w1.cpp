@@ -3,7 +3,14 @@
 // workload's pan and volume, looping, 120 s rendered offline by the Mixer in 1024-frame blocks,
 // every sample summed into the same checksum. Prints the harness's result line format.
 //
-//   vantelo_w1 INPUT_DIR VOICES [SECONDS]
+// The speech4 variant renders the same workload while four long utterances speak beside it on
+// the same mixer, each restarted as soon as it ends, so that four speak for the whole run; its
+// line is printed as the peer "vantelo_sounds_speech4". Each utterance has a speech worker of its
+// own (one worker speaks its utterances one after another; the four share espeak-ng's one lock),
+// and each block waits until the speech streams hold it, as the engine's offline render does.
+// Synthesis runs on the workers' threads: the CPU time is the whole process's, as for W1.
+//
+//   vantelo_w1 INPUT_DIR VOICES [SECONDS [speech4]]
 //   vantelo_w1 INPUT_DIR latency
 #include <algorithm>
 #include <cmath>
@@ -14,6 +21,7 @@
 #include <memory>
 #include <string>
 #include <sys/resource.h>
+#include <thread>
 #include <vector>
 
 #include "engine/Engine.hpp"
@@ -21,12 +29,28 @@
 #include "engine/mix/Mixer.hpp"
 #include "engine/output/ManualOutput.hpp"
 #include "engine/sound/SoundData.hpp"
+#include "engine/sound/SoundStream.hpp"
+#include "engine/speech/EspeakLibrary.hpp"
+#include "engine/speech/SpeechWorker.hpp"
 
 namespace {
 
 using namespace vantelo_sounds::engine;
 
 constexpr const char* kPeer = "vantelo_sounds";
+constexpr const char* kSpeechPeer = "vantelo_sounds_speech4";
+constexpr int kSpeakers = 4;
+// About 50 s of speech: each utterance restarts once or twice in a 120 s run.
+constexpr const char* kSpokenParagraph =
+    "The harbour town woke early on market days. Before the sun had cleared the hills, fishermen "
+    "were already hauling their crates up the stone steps, and the baker on the corner had pulled "
+    "the first loaves from his oven. Children ran between the stalls, dodging carts of apples and "
+    "barrels of salted herring, while their parents argued cheerfully over the price of wool. By "
+    "nine o'clock the square was so crowded that the old clock tower could barely be seen above "
+    "the awnings. Travellers who arrived by the morning coach often said that they had never "
+    "heard so many voices at once, nor smelled so much bread, smoke and sea air in a single "
+    "breath. When the bell finally rang at noon, the whole town paused for a moment, and then the "
+    "noise began again, louder than before.";
 constexpr long kRate = 48000;
 constexpr long kBlock = 1024;
 constexpr const char* kFiles[8] = {
@@ -122,7 +146,89 @@ std::shared_ptr<const SoundData> loadOrDie(SoundCache& cache, const std::string&
     return loaded.value().resident; // short sounds are kept whole
 }
 
-int workload(const std::string& dir, int voices, double seconds, long startRss) {
+// Four utterances speaking on mixer slots of their own, beside the workload's voices.
+class Speakers {
+public:
+    Speakers(Mixer& mixer, std::uint32_t firstSlot, std::string voice)
+        : mMixer(mixer)
+        , mVoice(std::move(voice)) {
+        for (int i = 0; i < kSpeakers; ++i) {
+            Speaker& speaker = mSpeakers[static_cast<std::size_t>(i)];
+            speaker.worker = std::make_unique<SpeechWorker>();
+            speaker.voice = {firstSlot + static_cast<std::uint32_t>(i), 0};
+        }
+    }
+    ~Speakers() {
+        for (Speaker& speaker : mSpeakers) {
+            speaker.worker.reset(); // before the streams its jobs write into
+        }
+    }
+    Speakers(const Speakers&) = delete;
+    Speakers& operator=(const Speakers&) = delete;
+
+    bool startAll() {
+        for (Speaker& speaker : mSpeakers) {
+            if (!start(speaker)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    /// Waits until every utterance holds the next `frames` frames (or has ended).
+    void waitForBlock(std::size_t frames) {
+        for (Speaker& speaker : mSpeakers) {
+            const std::size_t position = speaker.fresh ? 0 : mMixer.voicePosition(speaker.voice);
+            const std::size_t need = speaker.stream->readyTarget(position, frames);
+            while (!speaker.stream->isComplete() && speaker.stream->availableFrames() < need) {
+                speaker.worker->wake();
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            }
+        }
+    }
+    /// Starts again the utterances that ended in the block just rendered.
+    bool restartEnded() {
+        for (Speaker& speaker : mSpeakers) {
+            speaker.fresh = false;
+        }
+        VoiceEnded event;
+        while (mMixer.pollEvent(event)) {
+            for (Speaker& speaker : mSpeakers) {
+                if (event.voice == speaker.voice && !start(speaker)) {
+                    return false;
+                }
+            }
+        }
+        return true;
+    }
+    int restarts() const noexcept { return mStarts - kSpeakers; }
+
+private:
+    struct Speaker {
+        std::unique_ptr<SpeechWorker> worker;
+        std::shared_ptr<SoundStream> stream; // kept until the voice's end has been taken
+        VoiceHandle voice;
+        bool fresh = false; // started since the last render: its old position is stale
+    };
+
+    bool start(Speaker& speaker) {
+        speaker.stream = speaker.worker->speak({kSpokenParagraph, mVoice, "en-GB", 175});
+        speaker.voice.generation += 1;
+        speaker.fresh = true;
+        MixerCommand command;
+        command.voice = speaker.voice;
+        command.params = VoiceParams{}.sanitized();
+        command.data = speaker.stream.get();
+        ++mStarts;
+        return mMixer.send(command);
+    }
+
+    Mixer& mMixer;
+    std::string mVoice;
+    Speaker mSpeakers[kSpeakers];
+    int mStarts = 0;
+};
+
+int workload(const std::string& dir, int voices, double seconds, long startRss, bool speech) {
     SoundCache cache;
     double w0 = wallNow();
     double c0 = cpuNow();
@@ -138,10 +244,20 @@ int workload(const std::string& dir, int voices, double seconds, long startRss) 
             return 1;
         }
     }
+    std::string speechVoice;
+    if (speech) {
+        // espeak-ng's data loads with its first use.
+        const auto english = EspeakLibrary::instance().voicesForLanguage("en-GB");
+        if (english.empty()) {
+            std::fprintf(stderr, "espeak-ng has no English voice\n");
+            return 1;
+        }
+        speechVoice = english.front().identifier;
+    }
     const double loadWall = wallNow() - w0;
     const double loadCpu = cpuNow() - c0;
 
-    Mixer mixer(static_cast<std::size_t>(std::max(voices, 1)), 1024);
+    Mixer mixer(static_cast<std::size_t>(std::max(voices, 1) + (speech ? kSpeakers : 0)), 1024);
     for (int v = 0; v < voices; ++v) {
         MixerCommand command;
         command.voice = {static_cast<std::uint32_t>(v), 1};
@@ -160,9 +276,25 @@ int workload(const std::string& dir, int voices, double seconds, long startRss) 
     userSys(u0, s0);
     w0 = wallNow();
     c0 = cpuNow();
+    std::unique_ptr<Speakers> speakers;
+    if (speech) {
+        speakers =
+            std::make_unique<Speakers>(mixer, static_cast<std::uint32_t>(voices), speechVoice);
+        if (!speakers->startAll()) {
+            std::fprintf(stderr, "command queue full\n");
+            return 1;
+        }
+    }
     for (long done = 0; done < total; done += kBlock) {
         const long n = std::min(kBlock, total - done);
+        if (speakers) {
+            speakers->waitForBlock(static_cast<std::size_t>(n));
+        }
         mixer.render(out.data(), static_cast<std::size_t>(n));
+        if (speakers && !speakers->restartEnded()) {
+            std::fprintf(stderr, "command queue full\n");
+            return 1;
+        }
         accumulate(out.data(), n, sum, sumsq);
         frames += n;
     }
@@ -175,9 +307,14 @@ int workload(const std::string& dir, int voices, double seconds, long startRss) 
     const double rms = frames > 0 ? std::sqrt(sumsq / (2.0 * static_cast<double>(frames))) : 0;
     std::printf("peer=%s voices=%d seconds=%.0f frames=%ld render_cpu_s=%.6f render_wall_s=%.6f "
                 "render_user_s=%.3f render_sys_s=%.3f xrt=%.1f load_wall_s=%.6f load_cpu_s=%.6f "
-                "peak_rss_kb=%ld start_rss_kb=%ld checksum=%.6e rms=%.6e\n",
-                kPeer, voices, seconds, frames, cpu, renderWall, u1 - u0, s1 - s0,
-                cpu > 0 ? seconds / cpu : 0, loadWall, loadCpu, peakRssKb(), startRss, sum, rms);
+                "peak_rss_kb=%ld start_rss_kb=%ld checksum=%.6e rms=%.6e",
+                speech ? kSpeechPeer : kPeer, voices, seconds, frames, cpu, renderWall, u1 - u0,
+                s1 - s0, cpu > 0 ? seconds / cpu : 0, loadWall, loadCpu, peakRssKb(), startRss, sum,
+                rms);
+    if (speakers) {
+        std::printf(" utterances=%d restarts=%d", kSpeakers, speakers->restarts());
+    }
+    std::printf("\n");
     return 0;
 }
 
@@ -246,7 +383,11 @@ int latency(const std::string& dir) {
 int main(int argc, char** argv) {
     const long startRss = rssNowKb();
     if (argc < 3) {
-        std::fprintf(stderr, "usage: %s INPUT_DIR VOICES [SECONDS]\n       %s INPUT_DIR latency\n",
+        // The peers harness runs a variant named after "VARIANT " here when asked to.
+        std::fprintf(stderr,
+                     "usage: %s INPUT_DIR VOICES [SECONDS [speech4]]\n"
+                     "       %s INPUT_DIR latency\n"
+                     "VARIANT speech4: four utterances speak beside the voices\n",
                      argv[0], argv[0]);
         return 2;
     }
@@ -256,9 +397,10 @@ int main(int argc, char** argv) {
     }
     const int voices = std::atoi(argv[2]);
     const double seconds = argc > 3 ? std::atof(argv[3]) : 120.0;
-    if (voices < 1 || voices > 256 || seconds <= 0) {
-        std::fprintf(stderr, "bad VOICES or SECONDS\n");
+    const bool speech = argc > 4 && std::strcmp(argv[4], "speech4") == 0;
+    if (voices < 1 || voices > 256 || seconds <= 0 || (argc > 4 && !speech)) {
+        std::fprintf(stderr, "bad VOICES, SECONDS or variant\n");
         return 2;
     }
-    return workload(dir, voices, seconds, startRss);
+    return workload(dir, voices, seconds, startRss, speech);
 }
