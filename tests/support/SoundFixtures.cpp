@@ -102,10 +102,6 @@ std::string SoundFixtures::bad(BadFile kind) {
     case BadFile::concatScript:
         tone("listed.wav", 440, 1.0);
         return writeBytes("concat.wav", "ffconcat version 1.0\nfile 'listed.wav'\n");
-    case BadFile::hlsPlaylist:
-        tone("listed.wav", 440, 1.0);
-        return writeBytes("playlist.wav", "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1.0,\n"
-                                          "listed.wav\n#EXT-X-ENDLIST\n");
     case BadFile::colonPath:
         return tone("a:b.wav", 440, 1.0);
     case BadFile::mp3NamedWav:
@@ -140,8 +136,6 @@ std::string SoundFixtures::bad(BadFile kind) {
         return writeBytes("protected.m4p",
                           at == std::string::npos ? bytes : bytes.replace(at, 4, "drms"));
     }
-    case BadFile::danglingSymlink:
-        return symlink("dangling.wav", path("nowhere.wav"));
     case BadFile::symlinkLoop:
         return symlink("loop.wav", path("loop.wav"));
     case BadFile::symlinkToSound:

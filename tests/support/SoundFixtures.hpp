@@ -26,7 +26,6 @@ public:
         truncatedM4a,           ///< a 2 s plain M4A cut in half: its moov (at the end) is gone
         truncatedFragmentedM4a, ///< a 2 s fragmented M4A (0.25 s fragments) cut in half
         concatScript,           ///< an ffconcat script named .wav listing a real sound
-        hlsPlaylist,            ///< an HLS playlist named .wav listing a real sound
         colonPath,              ///< a good 1 s WAV whose name has a colon ("a:b.wav")
         mp3NamedWav,            ///< good MP3 data in a file named .wav
         wavRateZero,            ///< a WAV header declaring 0 Hz
@@ -35,7 +34,6 @@ public:
         wavHugeDataSize,        ///< a WAV declaring 4 GB of samples, holding 28
         m4aOnlyFtyp,            ///< the ftyp box of an M4A and nothing else
         protectedM4p,           ///< an M4A whose sample entry is marked DRM ('drms'), named .m4p
-        danglingSymlink,        ///< a symlink to nothing
         symlinkLoop,            ///< a symlink to itself
         symlinkToSound,         ///< a symlink to a good WAV (fine)
     };

@@ -3,9 +3,11 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -229,87 +231,67 @@ TEST_F(CliRunTest, PlayersDroppedWhenEveryChannelIsTakenEndWithoutAChannel) {
     EXPECT_EQ(after, expected);
 }
 
-// Speech, checked on what the log says and what the render holds. Times between two events are
-// checked to the frame; an event named "" stands for scenario time 0.
+// Speech, checked on the log, the gaps between two events to the frame (an event named "" stands
+// for scenario time 0) and the render: sound between each start and its end, silence elsewhere.
 struct SpeechCase : test::NamedCase {
     std::string scenario;
     std::vector<std::string> expected; ///< each event's type and other fields, without its time
-    struct Gap {
-        std::string from, to;
-        double seconds;
-    };
-    std::vector<Gap> gaps;
+    std::vector<std::tuple<std::string, std::string, double>> gaps; ///< from, to, seconds
 };
 
-class CliSpeechTest : public CliRunTest, public ::testing::WithParamInterface<SpeechCase> {
-protected:
-    /// "speechEnd One finished": the type and the other fields' values, in the order the log
-    /// writes them; a file by its name.
-    static std::string summary(const json& event) {
-        std::string text = event["type"];
-        for (const char* key :
-             {"tag", "channel", "line", "text", "file", "voice", "reason", "error"}) {
-            if (!event.contains(key)) {
-                continue;
-            }
+/// "speechEnd One finished": the type and the other fields' values in the log's order; a file by
+/// its name.
+std::string summary(const json& event) {
+    std::string text = event["type"];
+    for (const char* key : {"tag", "channel", "line", "text", "file", "voice", "reason", "error"}) {
+        if (event.contains(key)) {
             const json& value = event[key];
             text += " " + (key == std::string("file")
                                ? std::filesystem::path(value.get<std::string>()).filename().string()
                            : value.is_string() ? value.get<std::string>()
                                                : value.dump());
         }
-        return text;
     }
-};
+    return text;
+}
+
+class CliSpeechTest : public CliRunTest, public ::testing::WithParamInterface<SpeechCase> {};
 
 TEST_P(CliSpeechTest, SpeechIsLoggedInCausalOrderAndHeardOnlyWhileItSounds) {
     mFiles.tone("clip.wav", 440.0, 0.3);
     const auto logged = events(GetParam().scenario);
     std::vector<std::string> summaries;
-    std::vector<std::string> console;
-    for (const auto& event : logged) {
-        summaries.push_back(summary(event));
-        if (event["type"] == "console") {
-            console.push_back(event["line"]);
-        }
-    }
+    std::transform(logged.begin(), logged.end(), std::back_inserter(summaries), summary);
     EXPECT_EQ(summaries, GetParam().expected);
-    EXPECT_EQ(console, splitLines(mLast.out));
-    const auto timeOf = [&](const std::string& name) {
-        const auto found = std::find(summaries.begin(), summaries.end(), name);
-        if (name.empty() || found == summaries.end()) {
-            EXPECT_EQ(name, "") << "not logged";
-            return 0.0;
-        }
-        return mTimes[static_cast<std::size_t>(found - summaries.begin())];
+    const auto timeOf = [&](const std::string& name) { // throws, failing the test, if not logged
+        const auto at = std::find(summaries.begin(), summaries.end(), name) - summaries.begin();
+        return name.empty() ? 0.0 : mTimes.at(static_cast<std::size_t>(at));
     };
-    for (const auto& gap : GetParam().gaps) {
-        EXPECT_NEAR(timeOf(gap.to) - timeOf(gap.from), gap.seconds, 0.5 / 48000) << gap.to;
+    for (const auto& [from, to, seconds] : GetParam().gaps) {
+        EXPECT_NEAR(timeOf(to) - timeOf(from), seconds, 0.5 / 48000) << to;
     }
 
-    // Sound between each start and its end, nothing elsewhere (no two sound at once here): a
-    // cancelled utterance falls silent within one mixer block.
     const auto wav = test::WavFile::read(mFiles.path("mix.wav"));
     const test::OfflineAudio audio(wav.samples);
     const auto loudest = [&](std::size_t first, std::size_t last) {
         return std::max(audio.peak(0, first, last), audio.peak(1, first, last));
     };
-    std::size_t quietFrom = 0;
-    std::size_t startFrame = 0;
+    std::size_t mark = 0; // the last start or end
     for (std::size_t i = 0; i < logged.size(); ++i) {
         const std::string type = logged[i]["type"];
         const auto frame = static_cast<std::size_t>(std::lround(mTimes[i] * 48000));
-        if (type == "speechStart" || type == "soundStart") {
-            EXPECT_EQ(loudest(quietFrom, frame), 0.0f) << "before " << summaries[i];
-            startFrame = frame;
-        } else if (type == "speechEnd" || type == "soundEnd") {
-            EXPECT_GT(loudest(startFrame, frame), 0.05f) << summaries[i];
-            quietFrom = frame + (logged[i]["reason"] == "finished" ? 0 : 1024);
+        if (type.ends_with("Start")) {
+            EXPECT_EQ(loudest(mark, frame), 0.0f) << "before " << summaries[i];
+            mark = frame;
+        } else if (type.ends_with("End")) {
+            EXPECT_GT(loudest(mark, frame), 0.05f) << summaries[i];
+            mark = frame;
         }
     }
-    EXPECT_EQ(loudest(quietFrom, audio.frames()), 0.0f) << "after the last end";
+    EXPECT_EQ(loudest(mark, audio.frames()), 0.0f) << "after the last end";
 }
 
+// Shutup and a missing voice are SpeechTest's; here, what the program makes of the speech list.
 INSTANTIATE_TEST_SUITE_P(
     Scenarios, CliSpeechTest,
     ::testing::Values(
@@ -328,25 +310,6 @@ INSTANTIATE_TEST_SUITE_P(
             {{"", "speechStart One en-GB", 0.1},
              {"speechEnd One finished", "speechStart Two en-GB", 0.2},
              {"speechEnd Two finished", "speechStart Three en-GB", 0.2}}},
-        SpeechCase{"shutupCancelsAndEmptiesTheList",
-                   R"({"duration": 1, "steps": [
-                       {"at": 0.1, "do": "speak", "text": "On and on and on"},
-                       {"at": 0.1, "do": "speak", "text": "Never"},
-                       {"at": 0.5, "do": "shutup"}]})",
-                   {"console Speak text put into queue: On and on and on",
-                    "speechStart On and on and on en-GB",
-                    "console Speak text put into queue: Never",
-                    "speechEnd On and on and on cancelled", "console speechSynthesizer didCancel"},
-                   {{"", "speechEnd On and on and on cancelled", 0.5}}},
-        SpeechCase{"noVoiceFailsTheText",
-                   R"({"duration": 0.5, "voices": [], "steps": [
-                       {"at": 0.1, "do": "speak", "text": "Hello", "tag": "s"}]})",
-                   {"console Speak text put into queue: Hello",
-                    "console Voice engine is unavailable for selected language",
-                    "console Failed to speak text Hello, error: "
-                    "VoiceEngineIsUnavailableForSelectedLanguage",
-                    "completion s Hello VoiceEngineIsUnavailableForSelectedLanguage"},
-                   {}},
         SpeechCase{"instructionClipBetweenTexts",
                    R"({"duration": 2, "steps": [{"at": 0.1, "do": "instructions", "list": [
                        {"text": "Jump", "clip": "clip.wav"}, {"text": "Duck"}]}]})",
@@ -359,27 +322,20 @@ INSTANTIATE_TEST_SUITE_P(
                     {"soundEnd 1 clip.wav finished", "speechStart Duck en-GB", 0.0}}}),
     test::CaseName{});
 
+// The tone's level and side in a real-time recording are OutputTest's; here, that the program
+// records, padded to the duration. A second of room: under load the first block may wait long.
 TEST_F(CliRunTest, RealTimeRenderRecordsWhatWasPlayedForTheDuration) {
     mFiles.tone("tone.wav", 1000.0, 0.2, 48000, 1, 0.5f);
-    // A second of room: under a loaded machine (or a sanitizer) the first block may wait for
-    // the decoder a good while in real time.
     const std::string path = writeScenario(R"({"duration": 1.0, "steps": [
         {"at": 0, "do": "play", "file": "tone.wav", "pan": -1, "volume": 1}]})");
-    const std::string wavPath = mFiles.path("played.wav");
-    const CliResult result =
-        run({"run", path, "--realtime", "--render", wavPath}, "VANTELO_SOUNDS_OUTPUT=null");
+    const CliResult result = run({"run", path, "--realtime", "--render", mFiles.path("played.wav")},
+                                 "VANTELO_SOUNDS_OUTPUT=null");
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.err, "");
-
-    const auto wav = test::WavFile::read(wavPath);
-    EXPECT_EQ(wav.frames(), 48000u); // padded to the duration
-    // The tone, hard left, at its level. Where it starts depends on the machine's load (the
-    // first block waits for the decoder in real time), so only its level and side are pinned.
+    const auto wav = test::WavFile::read(mFiles.path("played.wav"));
+    EXPECT_EQ(wav.frames(), 48000u);
     const test::OfflineAudio audio(wav.samples);
-    const auto start = audio.firstNonSilentFrame(1e-3f);
-    ASSERT_TRUE(start);
-    const std::size_t end = std::min<std::size_t>(*start + 4800, wav.frames());
-    EXPECT_NEAR(audio.rms(0, *start + 240, end), 0.5 / std::sqrt(2.0), 0.03);
+    EXPECT_GT(audio.rms(0), 0.05);
     EXPECT_LT(audio.rms(1), 1e-3);
 }
 

@@ -75,8 +75,6 @@ SoundFixtures& fixtures() {
     return files;
 }
 
-class DecoderTest : public ::testing::Test {};
-
 // ---- the format matrix --------------------------------------------------------------------
 
 template <WavEncoding encoding>
@@ -101,7 +99,7 @@ std::string converted(SoundFixtures& f, const DecodeCase& c) {
 constexpr char kAiff[] = "aiff", kCaf[] = "caf", kOpus[] = "opus", kS16be[] = "pcm_s16be",
                kLibopus[] = "libopus";
 
-class DecodeMatrix : public DecoderTest, public ::testing::WithParamInterface<DecodeCase> {};
+using DecodeMatrix = ::testing::TestWithParam<DecodeCase>;
 
 // Every format states its exact length (a sample count, an edit list, a granule position, the
 // LAME tag), so the encoder's delay and padding are cut to the frame.
@@ -153,7 +151,6 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"wav24_96k_stereo", wav<WavEncoding::pcm24>, 96000, 2, 1000, false},
         DecodeCase{"wavf32_22k_mono", wav<WavEncoding::float32>, 22050, 1, 440, false},
         DecodeCase{"wav16_48k_surround", wav<WavEncoding::pcm16>, 48000, 6, 440, false},
-        DecodeCase{"flac_44k_mono", written<AudioFileFormat::flac>, 44100, 1, 440, false},
         DecodeCase{"flac_96k_stereo", written<AudioFileFormat::flac>, 96000, 2, 1000, false},
         DecodeCase{"aiff_44k_mono", converted<kAiff, kS16be>, 44100, 1, 440, false},
         DecodeCase{"caf_48k_stereo", converted<kCaf, kS16be>, 48000, 2, 440, false},
@@ -163,13 +160,12 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"m4a_16k_mono", written<AudioFileFormat::m4a>, 16000, 1, 440, true},
         DecodeCase{"vorbis_48k_mono", written<AudioFileFormat::ogg>, 48000, 1, 440, true},
         DecodeCase{"vorbis_44k_stereo", written<AudioFileFormat::ogg>, 44100, 2, 440, true},
-        DecodeCase{"vorbis_22k_mono", written<AudioFileFormat::ogg>, 22050, 1, 440, true},
         DecodeCase{"opus_48k_stereo", converted<kOpus, kLibopus>, 48000, 2, 440, true}),
     CaseName());
 
 // The encoder's float WAV holds exactly the stereo sine it was given, left and right apart,
 // except non-finite samples, written as silence (before any encoder sees them).
-TEST_F(DecoderTest, AWrittenFloatWavIsExactAndNonFiniteSamplesAreWrittenAsSilence) {
+TEST(DecoderTest, AWrittenFloatWavIsExactAndNonFiniteSamplesAreWrittenAsSilence) {
     std::vector<float> samples(2 * 24000);
     for (std::size_t i = 0; i < samples.size(); ++i) {
         samples[i] = (i % 2 ? -0.25f : 0.5f) *
@@ -189,9 +185,10 @@ TEST_F(DecoderTest, AWrittenFloatWavIsExactAndNonFiniteSamplesAreWrittenAsSilenc
     EXPECT_EQ(decodeFile(file).stereo, expected);
 }
 
-// The decoder's frames land in the sound exactly, in pieces of any size, across its chunks (4096
-// frames, then 8192 more, ...), up to the sound's own bound, where decoding ends as too large.
-TEST_F(DecoderTest, DecodeIntoFillsTheSoundExactlyAcrossItsChunksUpToItsBound) {
+// The decoder's frames land in the sound exactly, in pieces of any size, up to the sound's own
+// bound, where decoding ends as too large. (Reading across the sound's chunks: AudioPlayerTest's
+// seamless loop.)
+TEST(DecoderTest, DecodeIntoFillsTheSoundExactlyUpToItsBound) {
     const std::string file = fixtures().tone("count.wav", 440, 0.5);
     auto opened = Decoder::open(file);
     ASSERT_TRUE(opened) << opened.failure().describe();
@@ -210,17 +207,10 @@ TEST_F(DecoderTest, DecodeIntoFillsTheSoundExactlyAcrossItsChunksUpToItsBound) {
     std::vector<float> written = WavFile::read(file).samples;
     written.resize(heard.size());
     EXPECT_EQ(heard, written);
-    constexpr std::size_t kEdge = engine::SoundData::kFirstChunkFrames;
-    std::size_t run = 0;
-    EXPECT_EQ(*data.framesAt(kEdge - 1, run), written[kEdge - 1]);
-    EXPECT_EQ(run, 1u) << "a contiguous run ends at its chunk's end";
-    EXPECT_EQ(*data.framesAt(kEdge, run), written[kEdge]);
-    EXPECT_EQ(run, 2 * kEdge);
-    EXPECT_EQ(data.bytes(), engine::SoundData::storageFramesFor(20000) * sizeof(float));
 }
 
 // Random damage anywhere in a file: an error or partial audio, never a crash, hang or NaN.
-TEST_F(DecoderTest, DamagedFilesNeverCrash) {
+TEST(DecoderTest, DamagedFilesNeverCrash) {
     std::mt19937 random(20240601);
     for (const std::string& source :
          {fixtures().tone("dmg.wav", 440, 0.5, 44100, 2),
@@ -259,7 +249,7 @@ struct UnusualCase : NamedCase {
     double maxSeconds = 0;
 };
 
-class UnusualFiles : public DecoderTest, public ::testing::WithParamInterface<UnusualCase> {};
+using UnusualFiles = ::testing::TestWithParam<UnusualCase>;
 
 TEST_P(UnusualFiles, AreRefusedWithTheirReasonOrPlayWhatTheyHold) {
     const UnusualCase& c = GetParam();

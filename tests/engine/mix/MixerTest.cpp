@@ -77,15 +77,14 @@ const float kCentre = 0.5f * static_cast<float>(std::numbers::sqrt2 / 2.0); // -
 
 INSTANTIATE_TEST_SUITE_P(
     Table, MixerPanTest,
-    ::testing::Values(PanCase{"mono hard left", -1.0f, 1.0f, 1, 0.5f, 0.0f},
-                      PanCase{"mono centre", 0.0f, 1.0f, 1, kCentre, kCentre},
+    ::testing::Values(PanCase{"mono centre", 0.0f, 1.0f, 1, kCentre, kCentre},
                       PanCase{"mono half right", 0.5f, 1.0f, 1, 0.5f * 0.38268343f,
                               0.5f * 0.92387953f},
                       PanCase{"stereo centre", 0.0f, 1.0f, 2, 0.5f, -0.25f},
                       PanCase{"stereo half left", -0.5f, 1.0f, 2, 0.5f, -0.25f * 0.70710678f},
                       PanCase{"stereo hard left half volume", -1.0f, 0.5f, 2, 0.25f, 0.0f},
                       PanCase{"NaN volume is silence", 0.0f, NAN, 1, 0.0f, 0.0f},
-                      PanCase{"out of range is clamped", -7.0f, 3.0f, 1, 0.5f, 0.0f}),
+                      PanCase{"out of range is clamped to hard left", -7.0f, 3.0f, 1, 0.5f, 0.0f}),
     test::CaseName());
 
 // Every way a voice ends: its sound played out (started inside a block), its source failed, its
