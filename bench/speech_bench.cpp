@@ -1,6 +1,6 @@
 // What speech costs and how soon it is heard.
 //
-// - speakToFirstSample: real time on the null output (1024-frame blocks, 21.3 ms), the voice
+// - speakToFirstSample: real time on the null output (256-frame blocks, 5.3 ms), the voice
 //   loaded by a warm-up utterance. 50 short sentences, each given to
 //   SpeechSynthesizer::speakUtterance at a random moment of the block cycle once the one before
 //   has finished. ms: the steady time from the call to the render of the block holding the first
@@ -41,6 +41,7 @@
 
 #include "engine/Engine.hpp"
 #include "engine/output/ManualOutput.hpp"
+#include "engine/output/PacedRenderThread.hpp"
 #include "engine/sound/SoundData.hpp"
 #include "engine/sound/SoundStream.hpp"
 #include "engine/speech/SpeechWorker.hpp"
@@ -55,7 +56,7 @@ using SteadyTime = std::chrono::steady_clock;
 constexpr float kAudible = 1e-3f;
 // The centre of a constant-power pan: what a mono voice's samples are multiplied by in the mix.
 constexpr float kCentreGain = 0.70710678f;
-constexpr std::size_t kBlock = 1024;
+constexpr std::size_t kBlock = engine::PacedRenderThread::kBlockFrames;
 constexpr auto kBlockTime = std::chrono::microseconds(kBlock * 1'000'000 / engine::kMixRate);
 constexpr int kSentenceRounds = 5;
 const char* const kSentences[] = {
