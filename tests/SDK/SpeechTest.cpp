@@ -253,6 +253,11 @@ struct CrashText {
     std::string text;
 };
 
+// A failing case names itself, not its bytes.
+void PrintTo(const CrashText& crashText, std::ostream* out) {
+    *out << crashText.name;
+}
+
 std::string repeated(const std::string& piece, int times) {
     std::string text;
     for (int i = 0; i < times; ++i) {
