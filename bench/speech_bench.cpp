@@ -39,6 +39,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "EnglishParagraph.hpp"
 #include "engine/Engine.hpp"
 #include "engine/output/ManualOutput.hpp"
 #include "engine/output/PacedRenderThread.hpp"
@@ -65,16 +66,7 @@ const char* const kSentences[] = {
     "You found a secret room.", "Run to the exit now.",  "Three more coins to go.",
     "Level complete.",
 };
-constexpr const char* kParagraph =
-    "The harbour town woke early on market days. Before the sun had cleared the hills, fishermen "
-    "were already hauling their crates up the stone steps, and the baker on the corner had pulled "
-    "the first loaves from his oven. Children ran between the stalls, dodging carts of apples and "
-    "barrels of salted herring, while their parents argued cheerfully over the price of wool. By "
-    "nine o'clock the square was so crowded that the old clock tower could barely be seen above "
-    "the awnings. Travellers who arrived by the morning coach often said that they had never "
-    "heard so many voices at once, nor smelled so much bread, smoke and sea air in a single "
-    "breath. When the bell finally rang at noon, the whole town paused for a moment, and then the "
-    "noise began again, louder than before.";
+constexpr const char* kParagraph = kEnglishParagraph;
 
 double ms(SteadyTime::duration d) {
     return std::chrono::duration<double, std::milli>(d).count();

@@ -24,6 +24,7 @@
 #include <thread>
 #include <vector>
 
+#include "EnglishParagraph.hpp"
 #include "engine/Engine.hpp"
 #include "engine/cache/SoundCache.hpp"
 #include "engine/mix/Mixer.hpp"
@@ -41,16 +42,7 @@ constexpr const char* kPeer = "vantelo_sounds";
 constexpr const char* kSpeechPeer = "vantelo_sounds_speech4";
 constexpr int kSpeakers = 4;
 // About 50 s of speech: each utterance restarts once or twice in a 120 s run.
-constexpr const char* kSpokenParagraph =
-    "The harbour town woke early on market days. Before the sun had cleared the hills, fishermen "
-    "were already hauling their crates up the stone steps, and the baker on the corner had pulled "
-    "the first loaves from his oven. Children ran between the stalls, dodging carts of apples and "
-    "barrels of salted herring, while their parents argued cheerfully over the price of wool. By "
-    "nine o'clock the square was so crowded that the old clock tower could barely be seen above "
-    "the awnings. Travellers who arrived by the morning coach often said that they had never "
-    "heard so many voices at once, nor smelled so much bread, smoke and sea air in a single "
-    "breath. When the bell finally rang at noon, the whole town paused for a moment, and then the "
-    "noise began again, louder than before.";
+constexpr const char* kSpokenParagraph = kEnglishParagraph;
 constexpr long kRate = 48000;
 constexpr long kBlock = 1024;
 constexpr const char* kFiles[8] = {
