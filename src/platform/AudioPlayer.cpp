@@ -93,10 +93,7 @@ struct AudioPlayer::Impl {
     engine::VoiceHandle voice{}; // the current play's voice, while not idle
     bool loopsForever = false;   // of the current play
 
-    Duration now() const {
-        return system->runLoop().isManual() ? AudioSystem::timeOfFrame(system->currentFrame())
-                                            : system->runLoop().now();
-    }
+    Duration now() const { return system->now(); }
     static engine::VoiceParams params(float pan, float volume, long loops) noexcept {
         return {pan, volume, static_cast<std::int64_t>(loops)};
     }

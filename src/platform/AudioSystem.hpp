@@ -102,6 +102,9 @@ public:
         return mEngine->stopRecordingMix(padToFrames);
     }
 
+    /// The time a sound starting or stopping now is stamped with: the current mix frame's time in
+    /// manual time (exact to the frame), the loop's clock in real time.
+    Duration now() const { return mLoop.isManual() ? timeOfFrame(currentFrame()) : mLoop.now(); }
     /// The current mix frame on the loop's clock (manual: round(now * 48000)).
     std::uint64_t currentFrame() const noexcept;
     /// The loop time of a mix frame.

@@ -53,10 +53,7 @@ struct SpeechSynthesizer::Impl : std::enable_shared_from_this<Impl> {
     bool sounding = false;                    // current's start was reported to the observer
     std::deque<std::shared_ptr<SpeechUtterance>> waiting;
 
-    Duration now() const {
-        return system->runLoop().isManual() ? AudioSystem::timeOfFrame(system->currentFrame())
-                                            : system->runLoop().now();
-    }
+    Duration now() const { return system->now(); }
     void start(std::shared_ptr<SpeechUtterance> utterance);
     void ended(const engine::VoiceEnded& event, Duration at);
     void startNext();
