@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "engine/output/ManualOutput.hpp"
-#include "engine/output/NullOutput.hpp"
 #include "engine/output/OutputError.hpp"
 #include "engine/sound/FrameSource.hpp"
 #include "engine/speech/SpeechWorker.hpp"
@@ -16,7 +15,6 @@ namespace {
 // How long a manual render waits for a decoder or synthesizer that has fallen behind before it
 // lets the voice wait silently instead.
 constexpr auto kSourceWaitLimit = std::chrono::seconds(10);
-constexpr auto kMaxReopenDelay = std::chrono::milliseconds(30000);
 // Plays of one file within this time of each other trust the cache's last look at the file
 // (a burst of gunshots costs no system call); a file rewritten on disk is picked up after it.
 constexpr auto kCacheRecheckAfter = std::chrono::milliseconds(50);
@@ -25,32 +23,12 @@ constexpr auto kCacheRecheckAfter = std::chrono::milliseconds(50);
 
 Engine::Engine(std::unique_ptr<Output> output, std::size_t voices, std::size_t cacheBytes)
     : mMixer(voices)
-    , mOutput(std::move(output))
+    , mOutputs(std::make_unique<OutputSwitch>(mMixer, mTap, std::move(output)))
     , mCache(std::make_unique<SoundCache>(cacheBytes, kCacheRecheckAfter))
-    , mSlots(voices) {
-    if (!mOutput) {
-        mOutput = std::make_unique<NullOutput>();
-    }
-    mOutput->setTap(&mTap);
-    mStartResult = mOutput->start(mMixer);
-    if (!mStartResult && mOutput->isManual()) {
-        // An offline render whose file cannot be written still renders in step with its clock;
-        // only the file is missing (a real-time stand-in would follow the wall clock instead).
-        mOutput = std::make_unique<ManualOutput>();
-        (void)mOutput->start(mMixer); // without a file it always starts
-    } else if (!mStartResult) {
-        mFallback = std::make_unique<NullOutput>();
-        mFallback->setTap(&mTap);
-        (void)mFallback->start(mMixer); // the null output always starts
-        mNextReopen = std::chrono::steady_clock::now() + mReopenDelay;
-    }
-}
+    , mSlots(voices) {}
 
 Engine::~Engine() {
-    if (mFallback) {
-        mFallback->stop();
-    }
-    mOutput->stop();
+    mOutputs.reset();
     (void)mTap.close();
     // Voices still holding sound data release it here, after no thread renders any more.
 }
@@ -167,10 +145,6 @@ void Engine::release(VoiceHandle voice) noexcept {
     --mInUse;
 }
 
-ManualOutput* Engine::manualOutput() noexcept {
-    return isManual() ? static_cast<ManualOutput*>(mOutput.get()) : nullptr;
-}
-
 void Engine::waitForSources(std::size_t frames) {
     const auto deadline = std::chrono::steady_clock::now() + kSourceWaitLimit;
     for (std::size_t index = 0; index < mSlots.size(); ++index) {
@@ -192,55 +166,21 @@ void Engine::waitForSources(std::size_t frames) {
 }
 
 std::uint64_t Engine::renderUntil(std::uint64_t frame) {
-    ManualOutput* output = manualOutput();
-    if (output == nullptr) {
+    if (!isManual()) {
         return renderedFrame();
     }
+    // Each output renders at most its own block of this.
+    constexpr std::uint64_t kLargestBlock = 16384;
     while (renderedFrame() < frame) {
-        const auto want = static_cast<std::size_t>(
-            std::min<std::uint64_t>(frame - renderedFrame(), ManualOutput::kBlockFrames));
+        const auto want =
+            static_cast<std::size_t>(std::min(frame - renderedFrame(), kLargestBlock));
         waitForSources(want);
         const std::uint64_t endsBefore = mMixer.endsEmitted();
-        output->render(want);
-        if (mMixer.endsEmitted() != endsBefore) {
+        if (mOutputs->rendering().render(want) == 0 || mMixer.endsEmitted() != endsBefore) {
             break;
         }
     }
     return renderedFrame();
-}
-
-Engine::OutputChange Engine::pollOutput() {
-    if (isManual()) {
-        return OutputChange::none;
-    }
-    if (!mFallback) {
-        if (!mOutput->lost()) {
-            return OutputChange::none;
-        }
-        mOutput->stop();
-        mFallback = std::make_unique<NullOutput>();
-        mFallback->setTap(&mTap);
-        (void)mFallback->start(mMixer);
-        mReopenDelay = mFirstReopenDelay;
-        mNextReopen = std::chrono::steady_clock::now() + mReopenDelay;
-        return OutputChange::lost;
-    }
-    const auto now = std::chrono::steady_clock::now();
-    if (now < mNextReopen) {
-        return OutputChange::none;
-    }
-    // Only one output may render the mixer: the null one stops while the device is tried.
-    mFallback->stop();
-    mStartResult = mOutput->start(mMixer);
-    if (mStartResult) {
-        mFallback.reset();
-        return OutputChange::restored;
-    }
-    (void)mFallback->start(mMixer);
-    mReopenDelay =
-        std::min(std::max(mReopenDelay * 2, std::chrono::milliseconds(1)), kMaxReopenDelay);
-    mNextReopen = now + mReopenDelay;
-    return OutputChange::none;
 }
 
 Expected<void> Engine::startRecordingMix(const std::string& path, std::uint64_t maxFrames) {
@@ -251,10 +191,11 @@ Expected<void> Engine::startRecordingMix(const std::string& path, std::uint64_t 
 }
 
 std::string Engine::startError() const {
-    if (mStartResult) {
+    const Expected<void>& result = startResult();
+    if (result) {
         return {};
     }
-    const Failure& failure = mStartResult.failure();
+    const Failure& failure = result.failure();
     if (failure.detail.empty()) {
         return failure.code.message();
     }
@@ -262,10 +203,6 @@ std::string Engine::startError() const {
         return failure.detail + ": " + failure.code.message();
     }
     return failure.detail;
-}
-
-const char* Engine::outputName() const noexcept {
-    return mFallback ? mFallback->name() : mOutput->name();
 }
 
 } // namespace vantelo_sounds::engine

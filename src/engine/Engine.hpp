@@ -14,6 +14,7 @@
 #include "engine/mix/VoiceParams.hpp"
 #include "engine/output/MixTap.hpp"
 #include "engine/output/Output.hpp"
+#include "engine/output/OutputSwitch.hpp"
 #include "engine/rt/MixerCommand.hpp"
 #include "engine/rt/VoiceEnded.hpp"
 
@@ -32,12 +33,12 @@ class SpeechWorker;
 /// time voices start and stop on exact frames.
 class Engine {
 public:
-    /// What happened to a real-time output, reported by pollOutput().
-    enum class OutputChange { none, lost, restored };
+    /// What happened to the output, reported by pollOutput().
+    using OutputChange = OutputSwitch::Change;
 
     /// Takes the output and starts it. When it cannot start, startResult() says why and the
-    /// engine falls back: a manual output to one without a file (still in step with its clock),
-    /// any other to the real-time null output.
+    /// engine falls back (see OutputSwitch): a manual output to one without a file (still in step
+    /// with its clock), any other to the real-time null output.
     explicit Engine(std::unique_ptr<Output> output, std::size_t voices = Mixer::kDefaultVoices,
                     std::size_t cacheBytes = std::size_t{256} << 20);
     ~Engine();
@@ -83,31 +84,29 @@ public:
 
     /// Told on the audio thread after a render in which voices ended (see Mixer::EndSignal).
     void setEndSignal(Mixer::EndSignal* signal) noexcept { mMixer.setEndSignal(signal); }
-    /// True when the output is a device that can go away unannounced, so it must be watched.
-    bool outputCanBeLost() const noexcept { return !mFallback && mOutput->canBeLost(); }
     /// The mix frame of the next sample the output will render.
     std::uint64_t renderedFrame() const noexcept { return mMixer.renderedFrames(); }
-    bool isManual() const noexcept { return mOutput && mOutput->isManual(); }
-    /// Manual output only: renders up to mix frame `frame`, stopping just after a frame on which
+    bool isManual() const noexcept { return mOutputs->isManual(); }
+    /// Manual time only: renders up to mix frame `frame`, stopping just after a frame on which
     /// a voice ended. Before rendering, waits (bounded) for the sound data of playing voices to be
     /// decoded far enough, so that renders do not depend on the decoder's speed. Returns the
     /// frame reached.
     std::uint64_t renderUntil(std::uint64_t frame);
-    ManualOutput* manualOutput() noexcept;
+    /// The offline output chosen (its file, its capture), or nullptr.
+    ManualOutput* manualOutput() noexcept { return mOutputs->manualOutput(); }
 
-    /// Real time: notices a lost device (falls back to the null output) and, from time to time,
-    /// tries to reopen it. Call it regularly on the control thread.
-    OutputChange pollOutput();
+    /// Notices a lost or stalled device (the null output takes over at once) and brings a
+    /// returning one back; `now` is the caller's clock. Call it regularly on the control thread
+    /// while outputNeedsPolling().
+    OutputChange pollOutput(std::chrono::nanoseconds now) { return mOutputs->poll(now); }
+    bool outputNeedsPolling() const noexcept { return mOutputs->needsPolling(); }
     /// True while the null output stands in for an output that failed or was lost.
-    bool isFallingBack() const noexcept { return mFallback != nullptr; }
-    /// How long after a loss or a failed start the output is first tried again (doubling after
-    /// each failure, up to 30 s). 1 s unless set.
-    void setReopenDelay(std::chrono::milliseconds delay) noexcept {
-        mFirstReopenDelay = delay;
-        mNextReopen = std::chrono::steady_clock::now() + delay;
-    }
+    bool isFallingBack() const noexcept { return mOutputs->isFallingBack(); }
     /// The output rendering now: "sdl", "null", "wav", "manual".
-    const char* outputName() const noexcept;
+    const char* outputName() const noexcept { return mOutputs->name(); }
+    /// The device or file it plays to ("" for none).
+    std::string outputDevice() const { return mOutputs->deviceName(); }
+    std::uint64_t reopenAttempts() const noexcept { return mOutputs->reopenAttempts(); }
     /// Real time: records the mix the output plays (whichever output renders, across a device
     /// loss) into a 48 kHz stereo float WAV file at `path`, from the next rendered block on,
     /// keeping at most `maxFrames` frames. Fails with the errno of a file that cannot be created,
@@ -123,7 +122,7 @@ public:
 
     /// Whether the output given to the constructor started (the last time it was tried): a
     /// failure says why it could not.
-    const Expected<void>& startResult() const noexcept { return mStartResult; }
+    const Expected<void>& startResult() const noexcept { return mOutputs->startResult(); }
     /// The same in words for a message (empty when it started): "PATH: reason" for a file, the
     /// device's own words for a device.
     std::string startError() const;
@@ -147,18 +146,13 @@ private:
     void waitForSources(std::size_t frames);
 
     Mixer mMixer;
-    MixTap mTap;                       // outlives the outputs that feed it
-    std::unique_ptr<Output> mOutput;   // the chosen output (may be lost)
-    std::unique_ptr<Output> mFallback; // the null output while mOutput is lost or failed
+    MixTap mTap; // outlives the outputs that feed it
+    std::unique_ptr<OutputSwitch> mOutputs;
     std::unique_ptr<SoundCache> mCache;
     std::unique_ptr<SpeechWorker> mSpeech;
     std::vector<Slot> mSlots;
     std::size_t mInUse = 0;
     std::size_t mNextSlot = 0;
-    Expected<void> mStartResult;
-    std::chrono::steady_clock::time_point mNextReopen;
-    std::chrono::milliseconds mFirstReopenDelay{1000};
-    std::chrono::milliseconds mReopenDelay{1000};
 };
 
 } // namespace vantelo_sounds::engine

@@ -7,6 +7,7 @@
 #include "engine/codec/OpenError.hpp"
 #include "engine/sound/SoundData.hpp"
 #include "platform/AudioSystem.hpp"
+#include "platform/Interruptible.hpp"
 
 namespace vantelo_sounds {
 
@@ -86,7 +87,8 @@ std::error_code make_error_code(AudioPlayerError e) noexcept {
 // - paused: its voice holds its position, silent.
 enum class PlayerState { idle, playing, paused };
 
-struct AudioPlayer::Impl {
+struct AudioPlayer::Impl final : Interruptible {
+    AudioPlayer* owner = nullptr; // set once the player exists
     std::shared_ptr<AudioSystem> system;
     engine::LoadedSound sound;
     PlayerState state = PlayerState::idle;
@@ -99,6 +101,14 @@ struct AudioPlayer::Impl {
     }
     void enterState(AudioPlayer& player, PlayerState next);
     void voiceEnded(AudioPlayer& player, const engine::VoiceEnded& event, Duration at);
+
+    // A player that sounds when an interruption begins is paused where it is, silently: its
+    // owner hears nothing, and only a play() brings it back.
+    void interruptionBegan() override {
+        if (owner != nullptr) {
+            owner->pause();
+        }
+    }
 };
 
 Expected<std::shared_ptr<AudioPlayer>> AudioPlayer::create(const FileURL& url) {
@@ -118,7 +128,9 @@ Expected<std::shared_ptr<AudioPlayer>> AudioPlayer::create(const FileURL& url) {
 
 AudioPlayer::AudioPlayer(FileURL url, std::unique_ptr<Impl> impl)
     : mUrl(std::move(url))
-    , mImpl(std::move(impl)) {}
+    , mImpl(std::move(impl)) {
+    mImpl->owner = this;
+}
 
 AudioPlayer::~AudioPlayer() {
     // A player that goes away takes its sound with it (a looping sound would otherwise play on
@@ -170,7 +182,7 @@ bool AudioPlayer::play() {
         impl.system->resumeVoice(impl.voice);
         impl.enterState(*this, PlayerState::playing);
         if (PlaybackObserver* observer = playbackObserver()) {
-            observer->playerStarted(*this, impl.now());
+            observer->playerResumed(*this, impl.now());
         }
         return true;
     case PlayerState::idle:
@@ -242,6 +254,9 @@ void AudioPlayer::pause() {
     }
     impl.system->pauseVoice(impl.voice);
     impl.enterState(*this, PlayerState::paused);
+    if (PlaybackObserver* observer = playbackObserver()) {
+        observer->playerPaused(*this, impl.now());
+    }
 }
 
 void AudioPlayer::stop() {

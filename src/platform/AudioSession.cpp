@@ -10,6 +10,8 @@
 #include <vantelo_sounds/platform/SearchPaths.hpp>
 #include <vantelo_sounds/platform/Simulation.hpp>
 
+#include "platform/Interruptible.hpp"
+
 namespace vantelo_sounds {
 
 namespace {
@@ -228,13 +230,28 @@ void AudioSession::reloadRecordPermission() {
     mPermission.reset();
 }
 
-void AudioSession::postInterruption(std::uint64_t type, std::optional<std::uint64_t> options) {
+Notification AudioSession::interruption(const AudioSession* sender, std::uint64_t type,
+                                        std::optional<std::uint64_t> options) {
     std::map<std::string, std::any> info;
     info[kAudioSessionInterruptionTypeKey] = type;
     if (options) {
         info[kAudioSessionInterruptionOptionKey] = *options;
     }
-    postNotification(Notification{kAudioSessionInterruptionNotification, this, std::move(info)});
+    return Notification{kAudioSessionInterruptionNotification, sender, std::move(info)};
+}
+
+void AudioSession::postInterruption(std::uint64_t type, std::optional<std::uint64_t> options) {
+    RunLoop::main().post([notification = interruption(this, type, options), type] {
+        if (type == kAudioSessionInterruptionTypeBegan) {
+            Interruptible::interruptAll();
+        }
+        NotificationCenter::defaultCenter().post(notification);
+    });
+}
+
+void AudioSession::postOutputInterruption(std::uint64_t type,
+                                          std::optional<std::uint64_t> options) {
+    postNotification(interruption(this, type, options));
 }
 
 void AudioSession::postNotification(Notification notification) {

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <vantelo_sounds/platform/AudioSession.hpp>
+#include <vantelo_sounds/platform/PlaybackObserver.hpp>
 
 #include "engine/output/ManualOutput.hpp"
 #include "engine/output/NullOutput.hpp"
@@ -18,11 +19,10 @@ namespace {
 std::mutex gSharedMutex;
 std::shared_ptr<AudioSystem> gShared;
 
-// Real time: ends wake the loop by themselves, but nothing announces a device that goes away: the
-// loop looks at the device this often while sounds play on it, and looks for a lost device to
-// come back this often while the null output stands in for it.
+// Ends wake the loop by themselves, but nothing announces a device that goes away or comes back:
+// the loop looks this often while sounds play on a device, and while the null output stands in
+// for one (the reopening's own back-off decides when a device is tried).
 constexpr Duration kDeviceWatch = std::chrono::milliseconds(250);
-constexpr Duration kDevicePoll = std::chrono::seconds(1);
 
 // Past this (about three years) a target time is clamped, so frame arithmetic cannot overflow.
 constexpr Duration::rep kMaxTime = Duration::rep{100'000'000'000'000'000};
@@ -88,22 +88,30 @@ AudioSystem& AudioSystem::shared() {
 }
 
 AudioSystem& AudioSystem::reset(OutputConfig config) {
+    return reset(makeOutput(RunLoop::main(), config));
+}
+
+AudioSystem& AudioSystem::reset(std::unique_ptr<engine::Output> output) {
     std::shared_ptr<AudioSystem> old;
     std::lock_guard lock(gSharedMutex);
     old = std::move(gShared); // released after the new one is in place
-    gShared = std::make_shared<AudioSystem>(RunLoop::main(), std::move(config));
+    gShared = std::make_shared<AudioSystem>(RunLoop::main(), std::move(output));
     return *gShared;
 }
 
 AudioSystem::AudioSystem(RunLoop& loop, OutputConfig config)
+    : AudioSystem(loop, makeOutput(loop, config)) {}
+
+AudioSystem::AudioSystem(RunLoop& loop, std::unique_ptr<engine::Output> output)
     : mLoop(loop) {
-    auto output = makeOutput(loop, config);
     const std::string wanted = output->name();
+    const bool device = output->canBeLost();
     mEngine = std::make_unique<engine::Engine>(std::move(output), kVoiceLimit + kSpareVoices);
     mVoices.resize(mEngine->voiceCapacity());
     if (!mEngine->startError().empty()) {
-        if (wanted == "sdl") {
-            warn("no sound device (" + mEngine->startError() + "); playing on the null output");
+        if (device) {
+            warn("no sound device (" + mEngine->startError() +
+                 "); playing on the null output until one opens");
         } else if (wanted == "manual") {
             warn("cannot write the render (" + mEngine->startError() +
                  "); rendering offline without a file");
@@ -265,27 +273,46 @@ Duration AudioSystem::advanceTo(Duration target) {
     if (!mLoop.isManual()) {
         return target;
     }
+    // A device that can be lost is looked at as often as in real time.
+    if (mEngine->outputNeedsPolling()) {
+        target = std::min(target, mLoop.now() + kDeviceWatch);
+    }
     const std::uint64_t frame = frameOfTime(target);
     const std::uint64_t reached = mEngine->renderUntil(frame);
     return reached >= frame ? target : timeOfFrame(reached);
 }
 
+void AudioSystem::watchOutput() {
+    const auto change = mEngine->pollOutput(mLoop.now());
+    if (change == engine::Engine::OutputChange::none) {
+        return;
+    }
+    const bool lost = change == engine::Engine::OutputChange::lost;
+    const std::string device = mEngine->outputDevice();
+    // Said once per loss and once per return, never once per try.
+    if (lost) {
+        warn("the sound device stopped; playing on the null output until a device opens");
+    } else {
+        warn("sound is back on a device (" + std::string(mEngine->outputName()) +
+             (device.empty() ? "" : ", " + device) + ")");
+    }
+    if (PlaybackObserver* observer = playbackObserver()) {
+        observer->outputChanged(mEngine->outputName(), device, mLoop.now());
+    }
+    // Nothing was paused: the mix went on. The session says that the device went, and that sound
+    // is back, so that the game's handler brings back what it wants (its loops).
+    if (lost) {
+        AudioSession::sharedInstance().postOutputInterruption(kAudioSessionInterruptionTypeBegan,
+                                                              std::nullopt);
+    } else {
+        AudioSession::sharedInstance().postOutputInterruption(
+            kAudioSessionInterruptionTypeEnded, kAudioSessionInterruptionOptionShouldResume);
+    }
+}
+
 void AudioSystem::dispatch() {
-    if (!mLoop.isManual()) {
-        switch (mEngine->pollOutput()) {
-        case engine::Engine::OutputChange::lost:
-            warn("the sound device was lost; playing on the null output until it returns");
-            AudioSession::sharedInstance().postInterruption(kAudioSessionInterruptionTypeBegan,
-                                                            std::nullopt);
-            break;
-        case engine::Engine::OutputChange::restored:
-            warn(std::string("playing on the ") + mEngine->outputName() + " output again");
-            AudioSession::sharedInstance().postInterruption(
-                kAudioSessionInterruptionTypeEnded, kAudioSessionInterruptionOptionShouldResume);
-            break;
-        case engine::Engine::OutputChange::none:
-            break;
-        }
+    if (mEngine->outputNeedsPolling()) {
+        watchOutput();
     }
     // Ends are delivered one voice at a time, in the order they happened; each handler runs
     // before the next end is looked at.
@@ -308,14 +335,12 @@ void AudioSystem::dispatch() {
 }
 
 std::optional<Duration> AudioSystem::pollInterval() const {
-    if (mLoop.isManual()) {
+    if (mLoop.isManual() || !mEngine->outputNeedsPolling()) {
         return std::nullopt;
     }
-    if (mEngine->voicesInUse() > 0 && mEngine->outputCanBeLost()) {
+    // An idle device is looked at when the next sound starts.
+    if (mEngine->voicesInUse() > 0 || mEngine->isFallingBack()) {
         return kDeviceWatch;
-    }
-    if (mEngine->isFallingBack()) {
-        return kDevicePoll; // to notice a device coming back
     }
     return std::nullopt;
 }

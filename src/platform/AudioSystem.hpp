@@ -49,8 +49,11 @@ public:
     /// Replaces the shared audio system with one on RunLoop::main() playing on `config`'s output.
     /// Objects made on the old one keep it alive.
     static AudioSystem& reset(OutputConfig config);
+    /// The same with an output of the caller's (a fault-injecting device in tests).
+    static AudioSystem& reset(std::unique_ptr<engine::Output> output);
 
     AudioSystem(RunLoop& loop, OutputConfig config);
+    AudioSystem(RunLoop& loop, std::unique_ptr<engine::Output> output);
     ~AudioSystem() override;
     AudioSystem(const AudioSystem&) = delete;
     AudioSystem& operator=(const AudioSystem&) = delete;
@@ -133,6 +136,9 @@ private:
     void stealVoice();
 
     void voicesEnded() noexcept override;
+    /// Polls the output; a device lost or back is said on standard error, told to the playback
+    /// observer and posted as the session's interruption.
+    void watchOutput();
     std::uint64_t commandFrame() const noexcept;
     Duration timeOfEnd(std::uint64_t frame) const noexcept;
 

@@ -6,6 +6,7 @@
 #include "engine/sound/SoundStream.hpp"
 #include "engine/speech/SpeechWorker.hpp"
 #include "platform/AudioSystem.hpp"
+#include "platform/Interruptible.hpp"
 
 namespace vantelo_sounds {
 namespace {
@@ -44,7 +45,7 @@ std::string shortened(const std::string& text) {
 
 } // namespace
 
-struct SpeechSynthesizer::Impl : std::enable_shared_from_this<Impl> {
+struct SpeechSynthesizer::Impl final : std::enable_shared_from_this<Impl>, Interruptible {
     std::shared_ptr<AudioSystem> system; // of the utterance being spoken
     SpeechSynthesizer* owner = nullptr;
     SpeechSynthesizerDelegate* delegate = nullptr;
@@ -57,6 +58,14 @@ struct SpeechSynthesizer::Impl : std::enable_shared_from_this<Impl> {
     void start(std::shared_ptr<SpeechUtterance> utterance);
     void ended(const engine::VoiceEnded& event, Duration at);
     void startNext();
+
+    // Speech that an interruption cuts off is not taken up again: the utterance in progress and
+    // those waiting are cancelled, as a stop would.
+    void interruptionBegan() override {
+        if (owner != nullptr) {
+            owner->stopSpeakingAtBoundary(SpeechBoundary::immediate);
+        }
+    }
 };
 
 void SpeechSynthesizer::Impl::start(std::shared_ptr<SpeechUtterance> utterance) {

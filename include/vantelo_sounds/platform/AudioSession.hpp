@@ -103,12 +103,28 @@ public:
 
     // ---- interruptions ----------------------------------------------------------------------
 
-    /// Posts, through the main run loop, the interruption notification with `type` and, when
-    /// given, `options` in its userInfo (std::uint64_t values) to the default center.
+    /// Something else takes the audio, or gives it back (the game is suspended and resumed, a
+    /// call comes): posts, through the main run loop, the interruption notification with `type`
+    /// and, when given, `options` in its userInfo (std::uint64_t values) to the default center.
+    /// Safe to call from any thread.
+    ///
+    /// When an interruption begins (type 1), every player that sounds is paused where it is
+    /// (silent within one mixer block, isPlaying() false, no callback) and speech in progress is
+    /// cancelled, just before the notification is delivered. When it ends, nothing resumes by
+    /// itself: whoever observes the notification plays again what it wants back. Sounds started
+    /// during an interruption play.
     void postInterruption(std::uint64_t type, std::optional<std::uint64_t> options);
 
 private:
     friend struct simulation::Access; // refusals, call counts and resets
+    friend class AudioSystem;         // device losses
+
+    /// The output device was lost (type 1) or sound is back on a device (type 0 with
+    /// should-resume): posted like postInterruption(), but nothing is paused, as the mix never
+    /// stopped.
+    void postOutputInterruption(std::uint64_t type, std::optional<std::uint64_t> options);
+    static Notification interruption(const AudioSession* sender, std::uint64_t type,
+                                     std::optional<std::uint64_t> options);
 
     AudioSession();
     /// Posts through the main run loop to the default center.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vantelo_sounds/platform/Clock.hpp>
 
 namespace vantelo_sounds {
@@ -7,9 +8,9 @@ namespace vantelo_sounds {
 class AudioPlayer;
 class SpeechUtterance;
 
-/// Watches every player and every spoken utterance of the process start and end (the command-line
-/// program's event log, tests). Called on the run loop's thread; must not destroy the player it is
-/// told about.
+/// Watches every player and every spoken utterance of the process start, pause and end, and the
+/// output change (the command-line program's event log, tests). Called on the run loop's thread;
+/// must not destroy the player it is told about.
 class PlaybackObserver {
 public:
     enum class EndReason {
@@ -19,8 +20,12 @@ public:
     };
 
     virtual ~PlaybackObserver() = default;
-    /// `player` started (or resumed) sounding at `at`, the loop time of its first frame.
+    /// `player` started sounding at `at`, the loop time of its first frame.
     virtual void playerStarted(const AudioPlayer& player, Duration at) = 0;
+    /// `player` was paused at `at` (an interruption began, or pause()); it keeps its position.
+    virtual void playerPaused(const AudioPlayer& player, Duration at) { (void)player, (void)at; }
+    /// `player`, paused, sounds again from where it was, from `at` on.
+    virtual void playerResumed(const AudioPlayer& player, Duration at) { (void)player, (void)at; }
     /// `player` ended. `at` is the loop time just after its last sounding frame for a natural end,
     /// and the time of the stop() call for a stop (the few-millisecond fade follows it).
     virtual void playerEnded(const AudioPlayer& player, EndReason reason, Duration at) = 0;
@@ -32,6 +37,12 @@ public:
     /// it could be synthesized) or `stopped`; the times are those of playerEnded.
     virtual void utteranceEnded(const SpeechUtterance& utterance, EndReason reason, Duration at) {
         (void)utterance, (void)reason, (void)at;
+    }
+    /// The sound goes to another output from `at` on: `name` is "sdl", "null", "wav" or "manual",
+    /// `device` the device or file it plays to ("" for none). Not told for the output a process
+    /// starts with (AudioOutput::name() says which).
+    virtual void outputChanged(const std::string& name, const std::string& device, Duration at) {
+        (void)name, (void)device, (void)at;
     }
 };
 

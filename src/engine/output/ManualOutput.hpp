@@ -27,7 +27,8 @@ public:
 
     /// Renders up to min(`frames`, kBlockFrames) frames, returning early just after a frame on
     /// which a voice ended. Returns the frames rendered. Called on the control thread.
-    std::size_t render(std::size_t frames);
+    std::size_t render(std::size_t frames) override;
+    std::string deviceName() const override { return mWavPath; }
 
     /// Appends every rendered frame (interleaved stereo) to `samples` from now on; nullptr stops.
     void setCapture(std::vector<float>* samples) noexcept { mCapture = samples; }

@@ -1,8 +1,13 @@
 #include "engine/output/SdlOutput.hpp"
 
+#include <atomic>
+#include <cstring>
+#include <thread>
+
 #include <SDL2/SDL.h>
 
 #include "engine/mix/Mixer.hpp"
+#include "engine/output/AlsaErrorsSilenced.hpp"
 #include "engine/output/MixTap.hpp"
 #include "engine/output/OutputError.hpp"
 #include "engine/sound/SoundData.hpp"
@@ -27,21 +32,35 @@ struct AudioSubsystem {
     AudioSubsystem& operator=(const AudioSubsystem&) = delete;
 };
 
-// What SDL's audio thread renders, and where the rendered block also goes.
+// What SDL's audio thread renders, and where the rendered block also goes. The callback and
+// detach() meet through one atomic: the callback renders only when it moves `state` from idle to
+// rendering, and detach() waits for it to be idle before marking it detached, after which the
+// callback writes silence.
 struct RenderTarget {
+    enum : int { idle, rendering, detached };
     Mixer* mixer = nullptr;
     MixTap* tap = nullptr;
+    std::atomic<int> state{idle};
+    std::atomic<std::uint64_t> consumed{0};
 };
 
 // Called on SDL's audio thread.
 void audioCallback(void* userdata, Uint8* stream, int length) noexcept {
-    const auto* target = static_cast<const RenderTarget*>(userdata);
+    auto* target = static_cast<RenderTarget*>(userdata);
     const auto frames = static_cast<std::size_t>(length) / (2 * sizeof(float));
+    int expected = RenderTarget::idle;
+    if (!target->state.compare_exchange_strong(expected, RenderTarget::rendering,
+                                               std::memory_order_acquire)) {
+        std::memset(stream, 0, static_cast<std::size_t>(length));
+        return;
+    }
     auto* samples = reinterpret_cast<float*>(stream);
     target->mixer->render(samples, frames);
     if (target->tap != nullptr) {
         target->tap->push(samples, frames);
     }
+    target->consumed.fetch_add(frames, std::memory_order_relaxed);
+    target->state.store(RenderTarget::idle, std::memory_order_release);
 }
 
 } // namespace
@@ -50,6 +69,8 @@ struct SdlOutput::Device {
     AudioSubsystem subsystem;
     RenderTarget target;
     SDL_AudioDeviceID id = 0;
+    std::string driver;
+    std::string name;
 
     ~Device() {
         if (id != 0) {
@@ -65,7 +86,18 @@ SdlOutput::~SdlOutput() {
 }
 
 Expected<void> SdlOutput::start(Mixer& mixer) {
+    auto opened = open(mixer);
+    if (opened) {
+        resume();
+    }
+    return opened;
+}
+
+Expected<void> SdlOutput::open(Mixer& mixer) {
     stop();
+    // ALSA, SDL's last resort, writes a dozen lines to standard error for each device it cannot
+    // find; the failure is reported once, in the library's own words.
+    const AlsaErrorsSilenced quiet;
     auto device = std::make_unique<Device>();
     if (!device->subsystem.ok) {
         return Expected<void>(OutputError::deviceUnavailable, SDL_GetError());
@@ -76,19 +108,51 @@ Expected<void> SdlOutput::start(Mixer& mixer) {
     want.channels = 2;
     want.samples = 1024;
     want.callback = audioCallback;
-    device->target = RenderTarget{&mixer, mTap};
+    device->target.mixer = &mixer;
+    device->target.tap = mTap;
     want.userdata = &device->target;
     SDL_AudioSpec have{};
-    device->id = SDL_OpenAudioDevice(nullptr, 0, &want, &have, 0);
+    // The block size may be the device's own; rate, format and channels are converted by SDL.
+    device->id = SDL_OpenAudioDevice(nullptr, 0, &want, &have, SDL_AUDIO_ALLOW_SAMPLES_CHANGE);
     if (device->id == 0) {
         return Expected<void>(OutputError::deviceUnavailable, SDL_GetError());
     }
-    SDL_PauseAudioDevice(device->id, 0);
+    const char* driver = SDL_GetCurrentAudioDriver();
+    device->driver = driver != nullptr ? driver : "";
+    char* name = nullptr;
+    SDL_AudioSpec spec{};
+    if (SDL_GetDefaultAudioInfo(&name, &spec, 0) == 0 && name != nullptr) {
+        device->name = name;
+        SDL_free(name);
+    }
     mDevice = std::move(device);
     return {};
 }
 
+void SdlOutput::resume() noexcept {
+    if (mDevice) {
+        SDL_PauseAudioDevice(mDevice->id, 0);
+    }
+}
+
+void SdlOutput::detach() noexcept {
+    if (!mDevice) {
+        return;
+    }
+    std::atomic<int>& state = mDevice->target.state;
+    for (;;) {
+        int expected = RenderTarget::idle;
+        if (state.compare_exchange_weak(expected, RenderTarget::detached,
+                                        std::memory_order_acq_rel) ||
+            expected == RenderTarget::detached) {
+            return;
+        }
+        std::this_thread::yield(); // a render is in progress: it takes well under a millisecond
+    }
+}
+
 void SdlOutput::stop() noexcept {
+    detach();
     mDevice.reset();
 }
 
@@ -96,9 +160,15 @@ bool SdlOutput::lost() const noexcept {
     return mDevice && SDL_GetAudioDeviceStatus(mDevice->id) == SDL_AUDIO_STOPPED;
 }
 
-std::string SdlOutput::driver() const {
-    const char* name = mDevice ? SDL_GetCurrentAudioDriver() : nullptr;
-    return name != nullptr ? name : "";
+std::uint64_t SdlOutput::framesConsumed() const noexcept {
+    return mDevice ? mDevice->target.consumed.load(std::memory_order_relaxed) : 0;
+}
+
+std::string SdlOutput::deviceName() const {
+    if (!mDevice) {
+        return {};
+    }
+    return mDevice->name.empty() ? mDevice->driver : mDevice->driver + ": " + mDevice->name;
 }
 
 } // namespace vantelo_sounds::engine

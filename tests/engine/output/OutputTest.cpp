@@ -133,6 +133,10 @@ TEST_F(OutputTest, TheTapWritesWhatWasPushedUpToTheLimitOrPaddedWithSilence) {
     EXPECT_FALSE(tap.isOpen());
 }
 
+std::chrono::nanoseconds steadyNow() {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
 TEST_F(OutputTest, TheSdlOutputRendersWithTheDummyDriver) {
     Engine engine(std::make_unique<SdlOutput>());
     if (!engine.startResult()) {
@@ -142,31 +146,39 @@ TEST_F(OutputTest, TheSdlOutputRendersWithTheDummyDriver) {
     ASSERT_TRUE(engine.start(constantSound(2400, 0.1f), {}));
     ASSERT_TRUE(awaitEnd(engine));
     EXPECT_GE(engine.renderedFrame(), 2400u);
-    EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::none);
+    EXPECT_EQ(engine.pollOutput(steadyNow()), Engine::OutputChange::none);
 }
 
-// A device that can be unplugged by the test.
+// A real-time device that can be unplugged by the test; it renders nothing itself.
 class FaultOutput final : public Output {
 public:
-    std::atomic<bool> unplugged{false};
+    explicit FaultOutput(std::shared_ptr<std::atomic<bool>> unplugged)
+        : mUnplugged(std::move(unplugged)) {}
     const char* name() const noexcept override { return "fault"; }
     Expected<void> start(Mixer&) override {
-        return unplugged ? Expected<void>(OutputError::deviceUnavailable) : Expected<void>();
+        return *mUnplugged ? Expected<void>(OutputError::deviceUnavailable) : Expected<void>();
     }
     void stop() noexcept override {}
-    bool lost() const noexcept override { return unplugged; }
+    bool canBeLost() const noexcept override { return true; }
+    bool lost() const noexcept override { return *mUnplugged; }
+    std::uint64_t framesConsumed() const noexcept override { return ++mConsumed; }
+    std::unique_ptr<Output> makeAnother() const override {
+        return std::make_unique<FaultOutput>(mUnplugged);
+    }
+
+private:
+    std::shared_ptr<std::atomic<bool>> mUnplugged;
+    mutable std::uint64_t mConsumed = 0; // never stalls
 };
 
 // The null output that stands in for a lost device plays the mix in real time, and records it.
 TEST(OutputFallbackTest, ALostDeviceFallsBackToTheNullOutputAndComesBackWhenItReturns) {
-    auto output = std::make_unique<FaultOutput>();
-    FaultOutput& device = *output;
-    Engine engine(std::move(output));
-    engine.setReopenDelay(std::chrono::milliseconds(0));
-    EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::none);
+    auto unplugged = std::make_shared<std::atomic<bool>>(false);
+    Engine engine(std::make_unique<FaultOutput>(unplugged));
+    EXPECT_EQ(engine.pollOutput(steadyNow()), Engine::OutputChange::none);
 
-    device.unplugged = true;
-    EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::lost);
+    *unplugged = true;
+    EXPECT_EQ(engine.pollOutput(steadyNow()), Engine::OutputChange::lost);
     EXPECT_STREQ(engine.outputName(), "null");
     test::SoundFixtures files;
     EXPECT_EQ(engine.startRecordingMix(files.path("no/such/folder/out.wav")).error(),
@@ -191,14 +203,14 @@ TEST(OutputFallbackTest, ALostDeviceFallsBackToTheNullOutputAndComesBackWhenItRe
     EXPECT_EQ(audio.peak(0, *first + kToneFrames + 480), 0.0f);
 
     // Reopening fails while unplugged, and the null output stays.
-    EXPECT_EQ(engine.pollOutput(), Engine::OutputChange::none);
+    EXPECT_EQ(engine.pollOutput(steadyNow()), Engine::OutputChange::none);
     EXPECT_STREQ(engine.outputName(), "null");
 
-    device.unplugged = false;
+    *unplugged = false;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     Engine::OutputChange change = Engine::OutputChange::none;
     while (change == Engine::OutputChange::none && std::chrono::steady_clock::now() < deadline) {
-        change = engine.pollOutput();
+        change = engine.pollOutput(steadyNow());
         std::this_thread::yield();
     }
     EXPECT_EQ(change, Engine::OutputChange::restored);
