@@ -72,6 +72,10 @@ std::string AudioOutput::name() {
     return AudioSystem::shared().outputName();
 }
 
+std::string AudioOutput::device() {
+    return AudioSystem::shared().engine().outputDevice();
+}
+
 Expected<void> AudioOutput::status() {
     return toPlatform(AudioSystem::shared().engine().startResult());
 }

@@ -64,6 +64,25 @@ void EventLog::soundEnd(Duration t, std::optional<std::int64_t> channel, const s
     record(t, "soundEnd", {{"channel", channelField(channel)}, {"file", file}, {"reason", reason}});
 }
 
+void EventLog::soundPause(Duration t, std::optional<std::int64_t> channel, const std::string& file,
+                          bool resumed) {
+    record(t, resumed ? "soundResume" : "soundPause",
+           {{"channel", channelField(channel)}, {"file", file}});
+}
+
+void EventLog::output(Duration t, const std::string& name, const std::string& device) {
+    record(t, "output",
+           {{"name", name}, {"device", device.empty() ? Fields(nullptr) : Fields(device)}});
+}
+
+void EventLog::interruption(Duration t, std::optional<std::uint64_t> type,
+                            std::optional<std::uint64_t> options) {
+    const auto number = [](std::optional<std::uint64_t> value) {
+        return value ? Fields(*value) : Fields(nullptr);
+    };
+    record(t, "interruption", {{"interruption", number(type)}, {"options", number(options)}});
+}
+
 void EventLog::speechStart(Duration t, const std::string& text,
                            const std::optional<std::string>& voice) {
     record(t, "speechStart", {{"text", text}, {"voice", voice ? Fields(*voice) : Fields(nullptr)}});

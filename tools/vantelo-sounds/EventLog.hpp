@@ -43,6 +43,15 @@ public:
     /// A sound stopped sounding; `reason` is "finished" or "stopped".
     void soundEnd(Duration t, std::optional<std::int64_t> channel, const std::string& file,
                   std::string_view reason);
+    /// An interruption paused a player (`resumed` false), or play() started it again (true).
+    void soundPause(Duration t, std::optional<std::int64_t> channel, const std::string& file,
+                    bool resumed);
+    /// The output in use: at the start of a run and whenever it changes.
+    void output(Duration t, const std::string& name, const std::string& device);
+    /// The session's interruption notification was delivered with these userInfo values (absent
+    /// when not an unsigned number).
+    void interruption(Duration t, std::optional<std::uint64_t> type,
+                      std::optional<std::uint64_t> options);
     /// An utterance began to sound in the voice of language `voice` (absent: the synthesizer's
     /// default voice).
     void speechStart(Duration t, const std::string& text, const std::optional<std::string>& voice);

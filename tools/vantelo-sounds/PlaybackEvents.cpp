@@ -2,6 +2,9 @@
 
 #include <vantelo_sounds/VTOSoundsManager.hpp>
 #include <vantelo_sounds/platform/AudioPlayer.hpp>
+#include <vantelo_sounds/platform/AudioSession.hpp>
+#include <vantelo_sounds/platform/NotificationCenter.hpp>
+#include <vantelo_sounds/platform/RunLoop.hpp>
 #include <vantelo_sounds/platform/SpeechUtterance.hpp>
 
 namespace vantelo_sounds::cli {
@@ -16,9 +19,26 @@ constexpr std::string_view kTableDroppedLine = "No more available audio players"
 PlaybackEvents::PlaybackEvents(EventLog& log)
     : mLog(log) {
     setPlaybackObserver(this);
+    mInterruptionObserver = NotificationCenter::defaultCenter().addObserver(
+        kAudioSessionInterruptionNotification, [this](const Notification& notification) {
+            writePendingStarts();
+            const auto value = [&](const char* key) -> std::optional<std::uint64_t> {
+                if (!notification.userInfo) {
+                    return std::nullopt;
+                }
+                const auto it = notification.userInfo->find(key);
+                const auto* number = it == notification.userInfo->end()
+                                         ? nullptr
+                                         : std::any_cast<std::uint64_t>(&it->second);
+                return number ? std::optional(*number) : std::nullopt;
+            };
+            mLog.interruption(RunLoop::main().now(), value(kAudioSessionInterruptionTypeKey),
+                              value(kAudioSessionInterruptionOptionKey));
+        });
 }
 
 PlaybackEvents::~PlaybackEvents() {
+    NotificationCenter::defaultCenter().removeObserver(mInterruptionObserver);
     writePendingStarts();
     if (playbackObserver() == this) {
         setPlaybackObserver(nullptr);
@@ -28,12 +48,6 @@ PlaybackEvents::~PlaybackEvents() {
 void PlaybackEvents::playerStarted(const AudioPlayer& player, Duration at) {
     writePendingStarts();
     mTableDropped = false;
-    // A player already in the table sounds again (resumed after an interruption): its channel is
-    // known now. A new one is not in the table yet.
-    if (const auto channel = channelOf(player)) {
-        mLog.soundStart(at, channel, player.url().path());
-        return;
-    }
     mPending.push_back(PendingStart{&player, player.url().path(), at});
 }
 
@@ -41,6 +55,22 @@ void PlaybackEvents::playerEnded(const AudioPlayer& player, EndReason reason, Du
     writePendingStarts();
     mLog.soundEnd(at, channelOf(player), player.url().path(),
                   reason == EndReason::finished ? "finished" : "stopped");
+}
+
+void PlaybackEvents::playerPaused(const AudioPlayer& player, Duration at) {
+    writePendingStarts();
+    mLog.soundPause(at, channelOf(player), player.url().path(), false);
+}
+
+void PlaybackEvents::playerResumed(const AudioPlayer& player, Duration at) {
+    writePendingStarts();
+    mLog.soundPause(at, channelOf(player), player.url().path(), true);
+}
+
+void PlaybackEvents::outputChanged(const std::string& name, const std::string& device,
+                                   Duration at) {
+    writePendingStarts();
+    mLog.output(at, name, device);
 }
 
 void PlaybackEvents::utteranceStarted(const SpeechUtterance& utterance, Duration at) {

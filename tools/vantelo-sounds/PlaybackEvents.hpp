@@ -23,6 +23,10 @@ namespace vantelo_sounds::cli {
 /// channel the table gives at that moment: a player the manager no longer holds (dropped when all
 /// channels were taken) has none.
 ///
+/// Pauses and resumes become soundPause / soundResume events, output changes output events, and
+/// every interruption notification an interruption event, written before the manager handles it
+/// (the log observes the notification first).
+///
 /// Utterances become speechStart / speechEnd events at once: the synthesizer reports an end
 /// before it tells the manager, so the end comes before the manager's "speechSynthesizer
 /// didFinish" and the completion that follows it.
@@ -36,6 +40,9 @@ public:
 
     void playerStarted(const AudioPlayer& player, Duration at) override;
     void playerEnded(const AudioPlayer& player, EndReason reason, Duration at) override;
+    void playerPaused(const AudioPlayer& player, Duration at) override;
+    void playerResumed(const AudioPlayer& player, Duration at) override;
+    void outputChanged(const std::string& name, const std::string& device, Duration at) override;
     void utteranceStarted(const SpeechUtterance& utterance, Duration at) override;
     void utteranceEnded(const SpeechUtterance& utterance, EndReason reason, Duration at) override;
     /// Called just before one of the library's console lines is logged.
@@ -52,6 +59,7 @@ private:
     std::optional<std::int64_t> channelOf(const AudioPlayer& player) const;
 
     EventLog& mLog;
+    std::uint64_t mInterruptionObserver = 0;
     std::vector<PendingStart> mPending;
     /// Between the manager's "No more available audio players" and the next start, its table is
     /// being emptied (or is empty): the players that go away then have no channel, and the table

@@ -334,6 +334,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
     // Scenario time 0 is now: in real time, opening the device has taken a moment already.
     const Duration origin = loop.now();
     log.setOrigin(origin);
+    log.output(origin, AudioOutput::name(), AudioOutput::device());
     // The manager is made at time 0, with the voices and the session the scenario set up.
     VTOSoundsManager::shared();
 

@@ -54,6 +54,9 @@ public:
 
     /// The output rendering now: "sdl", "null", "wav" or "manual" (offline).
     static std::string name();
+    /// What it plays to: the sound device ("pulseaudio: Built-in Audio"), the file's path, or ""
+    /// for none.
+    static std::string device();
     /// Whether the output chosen last started: a failure says why it could not.
     static Expected<void> status();
 

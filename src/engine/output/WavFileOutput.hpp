@@ -19,6 +19,7 @@ public:
     const char* name() const noexcept override { return "wav"; }
     Expected<void> start(Mixer& mixer) override;
     void stop() noexcept override;
+    std::string deviceName() const override { return mPath; }
 
 private:
     std::string mPath;
