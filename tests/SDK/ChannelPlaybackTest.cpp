@@ -1,5 +1,5 @@
 // Channel playback through the manager on the manual clock: channel numbers, the per-file limit,
-// the 32-channel reset, stop, completions, interruptions, and pan and volume in what is heard.
+// the 32-channel reset, stop, completions, and pan and volume in what is heard.
 #include <algorithm>
 #include <cmath>
 #include <vantelo_sounds/platform/AudioSession.hpp>
@@ -134,30 +134,6 @@ TEST_F(ChannelPlaybackTest, TwoHundredPlaysAtOneInstantAllEndAndFreeTheirChannel
     EXPECT_EQ(completions("burst199") + completions("burst198"), 2);
     EXPECT_EQ(log.size(), 194u + 6u + 2u) << "starts, resets and those two completions only";
     EXPECT_TRUE(heard().allFiniteAndInRange());
-}
-
-// The platform pauses the players when an interruption begins; only an end that may resume
-// (bit 0 of the options) starts the looping ones again, and the handler prints nothing.
-TEST_F(ChannelPlaybackTest, AnInterruptionEndThatMayResumeRestartsTheLoopingSoundsOnly) {
-    manager().play(settingsFor(sounds.tone("loop.wav", 300, 0.5), 0, 1, false, true));
-    manager().play(settingsFor(sounds.tone("once.wav", 500, 2.0)));
-    for (const auto& [channel, entry] : table()) {
-        entry.first->pause();
-    }
-    AudioSession& session = AudioSession::sharedInstance();
-    session.postInterruption(kAudioSessionInterruptionTypeBegan, 1);
-    session.postInterruption(kAudioSessionInterruptionTypeEnded, std::nullopt);
-    session.postInterruption(kAudioSessionInterruptionTypeEnded, 2);
-    advance(0.1);
-    EXPECT_FALSE(table().at(1).first->isPlaying() || table().at(2).first->isPlaying());
-    session.postInterruption(kAudioSessionInterruptionTypeEnded, 3);
-    EXPECT_FALSE(table().at(1).first->isPlaying()) << "delivered through the run loop, not at once";
-    advance(0.1);
-    EXPECT_TRUE(table().at(1).first->isPlaying());
-    EXPECT_FALSE(table().at(2).first->isPlaying());
-    EXPECT_EQ(entries().size(), 2u);
-    EXPECT_LT(heard().peak(0, frameAt(0.01), frameAt(0.1)), 1e-6f);
-    EXPECT_GT(heard().rms(0, frameAt(0.11), frameAt(0.2)), 0.1);
 }
 
 class StopAroundTheEndTest : public ChannelPlaybackTest,
