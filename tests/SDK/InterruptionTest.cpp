@@ -159,15 +159,5 @@ INSTANTIATE_TEST_SUITE_P(
         NotificationRow{"EmptyUserInfo", std::map<std::string, std::any>{}, false}),
     CaseName{});
 
-TEST_F(InterruptionTest, AnEmptyTableMakesEndedDoNothing) {
-    AudioSession::sharedInstance().postInterruption(kBegan, std::nullopt);
-    AudioSession::sharedInstance().postInterruption(kEnded,
-                                                    kAudioSessionInterruptionOptionShouldResume);
-    advance(0.1);
-    EXPECT_TRUE(table().empty());
-    EXPECT_TRUE(entries().empty());
-    EXPECT_TRUE(paused.empty());
-}
-
 } // namespace
 } // namespace vantelo_sounds::test

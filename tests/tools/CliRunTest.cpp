@@ -211,6 +211,34 @@ TEST_F(CliRunTest, ASoundStartedInAFinishedHandlingIsLoggedBeforeThatHandlingsCo
     EXPECT_EQ(logged, expected);
 }
 
+// The interruption step pauses both sounds before its notification is delivered; its end with
+// should-resume brings back the loop only, and the paused one-shot never completes.
+TEST_F(CliRunTest, AnInterruptionPausesEverySoundAndItsEndResumesTheLoop) {
+    mFiles.tone("hum.wav", 200.0, 0.25);
+    mFiles.tone("tone.wav", 440.0, 1.0);
+    const auto logged = events(R"({"duration": 1.5, "steps": [
+        {"at": 0.1, "do": "play", "file": "hum.wav", "loop": true},
+        {"at": 0.1, "do": "play", "file": "tone.wav", "tag": "T"},
+        {"at": 0.3, "do": "interruption", "type": 1},
+        {"at": 0.6, "do": "interruption", "type": 0, "options": 1}]})");
+    std::vector<json> seen;
+    std::copy_if(logged.begin(), logged.end(), std::back_inserter(seen),
+                 [](const json& event) { return event["type"] != "console"; });
+    const json began{
+        {"t", 0.3}, {"type", "interruption"}, {"interruption", 1}, {"options", nullptr}};
+    const json ended{{"t", 0.6}, {"type", "interruption"}, {"interruption", 0}, {"options", 1}};
+    const std::vector<json> expected{
+        soundEvent(0.1, "soundStart", 1, "hum.wav"),
+        soundEvent(0.1, "soundStart", 2, "tone.wav"),
+        soundEvent(0.3, "soundPause", 1, "hum.wav"),
+        soundEvent(0.3, "soundPause", 2, "tone.wav"),
+        began,
+        ended,
+        soundEvent(0.6, "soundResume", 1, "hum.wav"),
+    };
+    EXPECT_EQ(seen, expected);
+}
+
 TEST_F(CliRunTest, PlayersDroppedWhenEveryChannelIsTakenEndWithoutAChannel) {
     // 32 plays take every channel (8 per file, the most one file may have; 8 loop, 24 last one
     // second); the 33rd empties the table and is dropped. A later play takes channel 1 again.

@@ -97,8 +97,12 @@ OutputSwitch::Change OutputSwitch::poll(Time now) {
         if (!mWatched) {
             return Change::none;
         }
+        // Progress is judged only between polls close together: after a long gap (nothing
+        // played, or the whole process was stopped) the device gets a fresh start.
         const std::uint64_t consumed = mChosen->framesConsumed();
-        if (!mLastProgress || consumed != mLastConsumed) {
+        const bool watchedRecently = mLastPoll && now - *mLastPoll < kStallLimit / 2;
+        mLastPoll = now;
+        if (!mLastProgress || !watchedRecently || consumed != mLastConsumed) {
             mLastConsumed = consumed;
             mLastProgress = now;
         }
@@ -119,6 +123,7 @@ OutputSwitch::Change OutputSwitch::poll(Time now) {
             mStartResult = {};
             mWatched = true;
             mLastProgress.reset();
+            mLastPoll.reset();
             return Change::restored;
         }
         mStartResult = std::move(opened->result);

@@ -21,11 +21,12 @@ class MixTap;
 /// manual time, so the mix goes on in step with its clock and every sound ends when it would have.
 ///
 /// A device is taken as lost when it says so (unplugged, its server gone) or when it has asked
-/// for nothing for kStallLimit. It is detached at once and the stand-in takes over in the same
-/// poll; the dead device is closed on the output worker, never on the control thread. While the
-/// stand-in plays, a new output on the same device is opened on the worker, first
-/// kFirstReopenDelay after the loss, then at doubling intervals up to kMaxReopenDelay, until one
-/// opens. The stand-in stops only when the new device is ready to render.
+/// for nothing for kStallLimit while the caller kept polling (a sound server that hangs). It is
+/// detached at once and the stand-in takes over in the same poll; the dead device is closed on the
+/// output worker, never on the control thread. While the stand-in plays, a new output on the same
+/// device is opened on the worker, first kFirstReopenDelay after the loss, then at doubling
+/// intervals up to kMaxReopenDelay, until one opens. The stand-in stops only when the new device is
+/// ready to render.
 ///
 /// Times are the caller's clock (the run loop's), so that manual time drives all of it. In manual
 /// time the switch waits (bounded) for the worker's open, so that a test sees the same result
@@ -86,7 +87,8 @@ private:
     Time mReopenDelay = kFirstReopenDelay;
     std::uint64_t mAttempts = 0;
     std::uint64_t mLastConsumed = 0;
-    std::optional<Time> mLastProgress;
+    std::optional<Time> mLastProgress; // when the device last asked for more
+    std::optional<Time> mLastPoll;
 };
 
 } // namespace vantelo_sounds::engine
