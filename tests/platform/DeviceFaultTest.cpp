@@ -204,6 +204,7 @@ TEST_F(DeviceFaultTest, AThousandRemovalsLeaveNoThreadNoFileAndNoMemoryBehind) {
         EXPECT_LT(residentBytes(), memory + (std::size_t{1} << 20)) << "grew by at most 1 MiB";
     }
     EXPECT_TRUE(table().at(1).first->isPlaying());
+    EXPECT_EQ(AudioSystem::shared().engine().renderedFrame(), frameAt(765)) << "the mix went on";
 }
 
 } // namespace

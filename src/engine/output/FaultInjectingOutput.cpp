@@ -10,14 +10,6 @@ namespace vantelo_sounds::engine {
 FaultInjectingOutput::FaultInjectingOutput(std::shared_ptr<FaultInjectingDevice> device)
     : mDevice(std::move(device)) {}
 
-Expected<void> FaultInjectingOutput::start(Mixer& mixer) {
-    auto opened = open(mixer);
-    if (opened) {
-        resume();
-    }
-    return opened;
-}
-
 Expected<void> FaultInjectingOutput::open(Mixer& mixer) {
     if (!mDevice->tryOpen()) {
         return Expected<void>(OutputError::deviceUnavailable, mDevice->present()

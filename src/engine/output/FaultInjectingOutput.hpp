@@ -19,7 +19,7 @@ public:
     ~FaultInjectingOutput() override { stop(); }
 
     const char* name() const noexcept override { return "fault"; }
-    Expected<void> start(Mixer& mixer) override;
+    Expected<void> start(Mixer& mixer) override { return openThenResume(mixer); }
     void stop() noexcept override;
     bool isManual() const noexcept override { return true; }
     std::size_t render(std::size_t frames) override;

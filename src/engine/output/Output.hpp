@@ -69,6 +69,15 @@ public:
     void setTap(MixTap* tap) noexcept { mTap = tap; }
 
 protected:
+    /// start() of a device opened in two steps.
+    Expected<void> openThenResume(Mixer& mixer) {
+        auto opened = open(mixer);
+        if (opened) {
+            resume();
+        }
+        return opened;
+    }
+
     MixTap* mTap = nullptr;
 };
 

@@ -85,14 +85,6 @@ SdlOutput::~SdlOutput() {
     stop();
 }
 
-Expected<void> SdlOutput::start(Mixer& mixer) {
-    auto opened = open(mixer);
-    if (opened) {
-        resume();
-    }
-    return opened;
-}
-
 Expected<void> SdlOutput::open(Mixer& mixer) {
     stop();
     // ALSA, SDL's last resort, writes a dozen lines to standard error for each device it cannot

@@ -19,7 +19,7 @@ public:
     ~SdlOutput() override;
 
     const char* name() const noexcept override { return "sdl"; }
-    Expected<void> start(Mixer& mixer) override;
+    Expected<void> start(Mixer& mixer) override { return openThenResume(mixer); }
     void stop() noexcept override;
     bool canBeLost() const noexcept override { return true; }
     /// The device was removed (unplugged, server gone): SDL stopped it.
