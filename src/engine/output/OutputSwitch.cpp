@@ -115,6 +115,7 @@ OutputSwitch::Change OutputSwitch::poll(Time now) {
     }
 
     if (auto opened = mWorker.takeOpened()) {
+        mOpening = false;
         if (opened->result) {
             // The stand-in stops before the device renders: one renderer at a time.
             stopStandIn();
@@ -149,6 +150,7 @@ OutputSwitch::Change OutputSwitch::poll(Time now) {
         return Change::none;
     }
     ++mAttempts;
+    mOpening = true;
     mWorker.open(std::move(mSpare), mMixer);
     if (mManual && mWorker.waitIdle(kManualOpenWait)) {
         return poll(now);

@@ -59,7 +59,7 @@ public:
     /// True while the stand-in plays for a device that failed or was lost.
     bool isFallingBack() const noexcept { return mStandIn != nullptr; }
     /// True when the device in use, or the one being waited for, can be lost: the caller polls.
-    bool needsPolling() const noexcept { return mStandIn ? mSpare || mWorker.busy() : mWatched; }
+    bool needsPolling() const noexcept { return mStandIn ? mSpare || mOpening : mWatched; }
     /// "null" while the stand-in plays, else the chosen output's name.
     const char* name() const noexcept;
     /// The device or file played to now ("" for none).
@@ -86,6 +86,7 @@ private:
     std::optional<Time> mNextReopen; // set at the first poll after a loss or a failed start
     Time mReopenDelay = kFirstReopenDelay;
     std::uint64_t mAttempts = 0;
+    bool mOpening = false; // an open is in the worker's hands, or done and not taken back yet
     std::uint64_t mLastConsumed = 0;
     std::optional<Time> mLastProgress; // when the device last asked for more
     std::optional<Time> mLastPoll;
