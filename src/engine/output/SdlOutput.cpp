@@ -17,11 +17,23 @@ namespace vantelo_sounds::engine {
 namespace {
 
 // SDL's audio subsystem, counted by SDL itself: each owner inits once and quits once.
+//
+// Once it runs on a sound server, one more count is kept for the life of the process. SDL 2.26's
+// PulseAudio driver crashes when it starts while the server has no sink at all (it copies the
+// server's absent default sink name), which is exactly when a device is being reopened after the
+// last one went away; kept running, it reconnects by itself when the server comes back, even
+// after the server was killed and restarted.
 struct AudioSubsystem {
     bool ok = false;
     AudioSubsystem() {
         SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
         ok = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
+        const char* driver = ok ? SDL_GetCurrentAudioDriver() : nullptr;
+        if (driver != nullptr && (std::strcmp(driver, "pulseaudio") == 0 ||
+                                  std::strcmp(driver, "pipewire") == 0)) {
+            static const bool kept = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
+            (void)kept;
+        }
     }
     ~AudioSubsystem() {
         if (ok) {
