@@ -29,8 +29,8 @@ struct AudioSubsystem {
         SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
         ok = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
         const char* driver = ok ? SDL_GetCurrentAudioDriver() : nullptr;
-        if (driver != nullptr && (std::strcmp(driver, "pulseaudio") == 0 ||
-                                  std::strcmp(driver, "pipewire") == 0)) {
+        if (driver != nullptr &&
+            (std::strcmp(driver, "pulseaudio") == 0 || std::strcmp(driver, "pipewire") == 0)) {
             static const bool kept = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
             (void)kept;
         }
