@@ -73,7 +73,10 @@ void RunLoop::post(Callback callback) {
 }
 
 RunLoop::TimerId RunLoop::scheduleTimer(Duration delay, Callback callback) {
-    const Duration deadline = now() + std::max(delay, Duration::zero());
+    return scheduleTimerAt(now() + std::max(delay, Duration::zero()), std::move(callback));
+}
+
+RunLoop::TimerId RunLoop::scheduleTimerAt(Duration deadline, Callback callback) {
     TimerId id = 0;
     {
         std::lock_guard lock(mMutex);

@@ -338,10 +338,11 @@ int runScenario(const Scenario& scenario, const RunOptions& options) {
     // The manager is made at time 0, with the voices and the session the scenario set up.
     VTOSoundsManager::shared();
 
-    // Timers with equal deadlines run in the order they were scheduled: file order.
+    // Timers with equal deadlines run in the order they were scheduled: file order. The deadlines
+    // are absolute, so that the clock moving on while steps are scheduled (in real time) cannot
+    // put a later step of the same time first.
     for (const auto& step : scenario.steps) {
-        const Duration delay = std::max(Duration::zero(), origin + seconds(step.at) - loop.now());
-        loop.scheduleTimer(delay, [&step, &log] { perform(step, log); });
+        loop.scheduleTimerAt(origin + seconds(step.at), [&step, &log] { perform(step, log); });
     }
     if (options.realtime) {
         StopOnSignal stopOnSignal(loop);

@@ -74,6 +74,9 @@ public:
     /// Runs `callback` once, `delay` from now (never before). Timers run in deadline order; equal
     /// deadlines in the order they were scheduled. Safe to call from any thread.
     TimerId scheduleTimer(Duration delay, Callback callback);
+    /// The same at loop time `deadline` (at the next pass when it has passed): timers given one
+    /// deadline run in the order they were scheduled, whenever each was scheduled.
+    TimerId scheduleTimerAt(Duration deadline, Callback callback);
     /// Cancels a timer that has not run; unknown or past ids are ignored.
     void cancelTimer(TimerId id);
 
