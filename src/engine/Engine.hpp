@@ -106,7 +106,6 @@ public:
     const char* outputName() const noexcept { return mOutputs->name(); }
     /// The device or file it plays to ("" for none).
     std::string outputDevice() const { return mOutputs->deviceName(); }
-    std::uint64_t reopenAttempts() const noexcept { return mOutputs->reopenAttempts(); }
     /// Real time: records the mix the output plays (whichever output renders, across a device
     /// loss) into a 48 kHz stereo float WAV file at `path`, from the next rendered block on,
     /// keeping at most `maxFrames` frames. Fails with the errno of a file that cannot be created,

@@ -149,7 +149,6 @@ OutputSwitch::Change OutputSwitch::poll(Time now) {
     if (mWorker.busy()) {
         return Change::none;
     }
-    ++mAttempts;
     mOpening = true;
     mWorker.open(std::move(mSpare), mMixer);
     if (mManual && mWorker.waitIdle(kManualOpenWait)) {

@@ -66,8 +66,6 @@ public:
     std::string deviceName() const;
     /// Whether the output given to the constructor, or the last reopening, started.
     const Expected<void>& startResult() const noexcept { return mStartResult; }
-    /// Reopenings tried since the switch was made.
-    std::uint64_t reopenAttempts() const noexcept { return mAttempts; }
 
 private:
     void fallBack(Time now);
@@ -85,7 +83,6 @@ private:
     Expected<void> mStartResult;
     std::optional<Time> mNextReopen; // set at the first poll after a loss or a failed start
     Time mReopenDelay = kFirstReopenDelay;
-    std::uint64_t mAttempts = 0;
     bool mOpening = false; // an open is in the worker's hands, or done and not taken back yet
     std::uint64_t mLastConsumed = 0;
     std::optional<Time> mLastProgress; // when the device last asked for more
