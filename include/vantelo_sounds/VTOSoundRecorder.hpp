@@ -1,24 +1,35 @@
 #pragma once
 
+#include <memory>
 #include <vantelo_sounds/SoundRecorder.hpp>
+#include <vantelo_sounds/VTORecorderHandler.hpp>
+#include <vantelo_sounds/platform/AudioRecorder.hpp>
+#include <vantelo_sounds/platform/AudioSession.hpp>
+#include <vantelo_sounds/platform/FileURL.hpp>
 
 namespace vantelo_sounds {
 
-/// The recorder the manager uses: microphone to "tmpRecording.m4a" in the caches folder.
-class VTOSoundRecorder final : public SoundRecorder {
+/// The recorder the manager uses: the microphone into "tmpRecording.m4a" in the caches folder,
+/// mono MPEG-4 AAC at 16000 samples per second. Used on the run loop's thread; it must outlive
+/// the recordings it starts (the manager keeps it for its whole life).
+class VTOSoundRecorder : public SoundRecorder {
 public:
     explicit VTOSoundRecorder(double maxRecordDuration);
 
-    double maxRecordDuration() const noexcept { return mMaxRecordDuration; }
-
-    // Capture and encoding arrive with the recorder's own work; until then these do nothing and
-    // call no completion.
     void requestPermissions(PermissionCompletion completion) override;
     void startRecording(std::optional<double> maxDuration, RecordingCompletion completion) override;
     void stopRecording() override;
 
-private:
-    double mMaxRecordDuration;
+    /// Seconds the next recording lasts at most; replaced by every start that gives a duration.
+    double maxRecordDuration;
+    /// The recording file, the same for every recording.
+    FileURL recordFilePath;
+    /// The one platform recorder; empty when it could not be created.
+    std::shared_ptr<AudioRecorder> recorder;
+    /// The process's audio session; empty when none could be had.
+    AudioSession* recordingSession = nullptr;
+    /// The delegate of the current recording; empty until the first recording starts.
+    std::shared_ptr<VTORecorderHandler> recorderHandler;
 };
 
 } // namespace vantelo_sounds

@@ -10,8 +10,9 @@ namespace vantelo_sounds::simulation {
 
 namespace {
 
-std::mutex gLanguagesMutex;
+std::mutex gMutex; // guards the pretend languages and microphone
 std::optional<std::vector<std::string>> gLanguages;
+std::optional<Microphone> gMicrophone;
 
 std::atomic<bool> gHasNow{false};
 std::atomic<double> gNow{0.0};
@@ -85,8 +86,18 @@ void postAudioSessionNotification(Notification notification) {
 }
 
 void setAvailableLanguages(std::optional<std::vector<std::string>> codes) {
-    std::lock_guard lock(gLanguagesMutex);
+    std::lock_guard lock(gMutex);
     gLanguages = std::move(codes);
+}
+
+void setMicrophone(std::optional<Microphone> microphone) {
+    std::lock_guard lock(gMutex);
+    gMicrophone = std::move(microphone);
+}
+
+std::optional<Microphone> simulatedMicrophone() {
+    std::lock_guard lock(gMutex);
+    return gMicrophone;
 }
 
 void resetDefaultNotificationCenter() {
@@ -101,7 +112,7 @@ void setNow(std::optional<double> secondsSince1970) {
 }
 
 std::optional<std::vector<std::string>> simulatedLanguages() {
-    std::lock_guard lock(gLanguagesMutex);
+    std::lock_guard lock(gMutex);
     return gLanguages;
 }
 

@@ -75,6 +75,10 @@ void EventLog::output(Duration t, const std::string& name, const std::string& de
            {{"name", name}, {"device", device.empty() ? Fields(nullptr) : Fields(device)}});
 }
 
+void EventLog::recording(Duration t, bool start, const std::string& url) {
+    record(t, start ? "recordingStart" : "recordingEnd", {{"url", url}});
+}
+
 void EventLog::interruption(Duration t, std::optional<std::uint64_t> type,
                             std::optional<std::uint64_t> options) {
     const auto number = [](std::optional<std::uint64_t> value) {

@@ -48,6 +48,8 @@ public:
                     bool resumed);
     /// The output in use: at the start of a run and whenever it changes.
     void output(Duration t, const std::string& name, const std::string& device);
+    /// recordingStart or recordingEnd, with the file's URL.
+    void recording(Duration t, bool start, const std::string& url);
     /// The session's interruption notification was delivered with these userInfo values (absent
     /// when not an unsigned number).
     void interruption(Duration t, std::optional<std::uint64_t> type,

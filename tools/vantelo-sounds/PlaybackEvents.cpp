@@ -2,6 +2,7 @@
 
 #include <vantelo_sounds/VTOSoundsManager.hpp>
 #include <vantelo_sounds/platform/AudioPlayer.hpp>
+#include <vantelo_sounds/platform/AudioRecorder.hpp>
 #include <vantelo_sounds/platform/AudioSession.hpp>
 #include <vantelo_sounds/platform/NotificationCenter.hpp>
 #include <vantelo_sounds/platform/RunLoop.hpp>
@@ -71,6 +72,16 @@ void PlaybackEvents::outputChanged(const std::string& name, const std::string& d
                                    Duration at) {
     writePendingStarts();
     mLog.output(at, name, device);
+}
+
+void PlaybackEvents::recorderStarted(const AudioRecorder& recorder, Duration at) {
+    writePendingStarts();
+    mLog.recording(at, true, recorder.url().description());
+}
+
+void PlaybackEvents::recorderEnded(const AudioRecorder& recorder, Duration at) {
+    writePendingStarts();
+    mLog.recording(at, false, recorder.url().description());
 }
 
 void PlaybackEvents::utteranceStarted(const SpeechUtterance& utterance, Duration at) {

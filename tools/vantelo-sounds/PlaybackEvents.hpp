@@ -43,6 +43,8 @@ public:
     void playerPaused(const AudioPlayer& player, Duration at) override;
     void playerResumed(const AudioPlayer& player, Duration at) override;
     void outputChanged(const std::string& name, const std::string& device, Duration at) override;
+    void recorderStarted(const AudioRecorder& recorder, Duration at) override;
+    void recorderEnded(const AudioRecorder& recorder, Duration at) override;
     void utteranceStarted(const SpeechUtterance& utterance, Duration at) override;
     void utteranceEnded(const SpeechUtterance& utterance, EndReason reason, Duration at) override;
     /// Called just before one of the library's console lines is logged.

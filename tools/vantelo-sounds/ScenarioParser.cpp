@@ -390,7 +390,8 @@ void readFields(const Values& values, const json& object, const std::string& pre
 
 MicrophoneSignal Values::microphone(const json& value, const std::string& where) const {
     const std::string forms =
-        "expected {\"tone\": Hz, \"amplitude\": a}, {\"file\": path} or {\"silence\": true}";
+        "expected {\"tone\": Hz, \"amplitude\": a}, {\"file\": path}, {\"silence\": true} or "
+        "{\"device\": true}";
     if (!value.is_object()) {
         fail(where, forms + ", got " + describe(value));
     }
@@ -427,6 +428,12 @@ MicrophoneSignal Values::microphone(const json& value, const std::string& where)
         if (!boolean(*silence, where + ".silence")) {
             fail(where + ".silence", "only {\"silence\": true} is meaningful");
         }
+    } else if (const json* device = find(value, "device")) {
+        only({"device"});
+        if (!boolean(*device, where + ".device")) {
+            fail(where + ".device", "only {\"device\": true} is meaningful");
+        }
+        signal.kind = MicrophoneSignal::Kind::device;
     } else {
         only({});
         fail(where, forms + ", got an empty object");

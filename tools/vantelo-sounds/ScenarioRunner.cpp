@@ -34,11 +34,6 @@ namespace vantelo_sounds::cli {
 
 namespace {
 
-MicrophoneSignal& microphoneStore() {
-    static MicrophoneSignal signal;
-    return signal;
-}
-
 Duration now() {
     return RunLoop::main().now();
 }
@@ -84,8 +79,8 @@ void setUpPlatform(const Scenario& scenario) {
     const bool answer = scenario.grantPermission;
     session.setPermissionPrompt([answer] { return answer; });
 
-    // The recorder's capture source reads this signal once it records.
-    configureMicrophone(scenario.microphone);
+    // Recordings hear this signal (or the capture device) from now on.
+    simulation::setMicrophone(scenario.microphone);
 }
 
 /// Makes the step's call on the manager, at the step's moment.
@@ -281,14 +276,6 @@ bool finishRender(const RunOptions& options, Duration duration) {
 }
 
 } // namespace
-
-void configureMicrophone(const MicrophoneSignal& signal) {
-    microphoneStore() = signal;
-}
-
-const MicrophoneSignal& configuredMicrophone() {
-    return microphoneStore();
-}
 
 int runScenario(const Scenario& scenario, const RunOptions& options) {
     // The events file is opened first so that an unwritable path fails before anything plays.

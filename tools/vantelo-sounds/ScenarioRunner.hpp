@@ -29,9 +29,4 @@ struct RunOptions {
 /// Returns the process's exit status.
 int runScenario(const Scenario& scenario, const RunOptions& options);
 
-/// Keeps the signal the microphone hears during the run.
-void configureMicrophone(const MicrophoneSignal& signal);
-/// The signal last given to configureMicrophone (silence before).
-const MicrophoneSignal& configuredMicrophone();
-
 } // namespace vantelo_sounds::cli

@@ -6,6 +6,7 @@
 namespace vantelo_sounds {
 
 class AudioPlayer;
+class AudioRecorder;
 class SpeechUtterance;
 
 /// Watches every player and every spoken utterance of the process start, pause and end, and the
@@ -37,6 +38,14 @@ public:
     /// it could be synthesized) or `stopped`; the times are those of playerEnded.
     virtual void utteranceEnded(const SpeechUtterance& utterance, EndReason reason, Duration at) {
         (void)utterance, (void)reason, (void)at;
+    }
+    /// `recorder` began writing its file at `at`.
+    virtual void recorderStarted(const AudioRecorder& recorder, Duration at) {
+        (void)recorder, (void)at;
+    }
+    /// `recorder` ended its recording at `at`, when its end was delivered.
+    virtual void recorderEnded(const AudioRecorder& recorder, Duration at) {
+        (void)recorder, (void)at;
     }
     /// The sound goes to another output from `at` on: `name` is "sdl", "null", "wav" or "manual",
     /// `device` the device or file it plays to ("" for none). Not told for the output a process

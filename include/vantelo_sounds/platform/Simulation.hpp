@@ -38,6 +38,27 @@ void setRecordPermission(RecordPermission permission);
 /// a number belongs.
 void postAudioSessionNotification(Notification notification);
 
+// ---- the microphone --------------------------------------------------------------------------
+
+/// What the microphone hears in place of the capture device.
+struct Microphone {
+    enum class Kind {
+        silence, ///< digital silence (a recording of it is reported as only silence)
+        tone,    ///< a sine of `frequency` Hz with peak `amplitude`
+        file,    ///< the sound file at `path` (absolute), once, then silence
+        device,  ///< the capture device itself (real time only; a manual clock hears silence)
+    };
+    Kind kind = Kind::silence;
+    double frequency = 0.0;
+    double amplitude = 0.0;
+    std::string path;
+
+    friend bool operator==(const Microphone&, const Microphone&) = default;
+};
+/// Makes recordings started from now on hear `microphone`. No value: the default, the capture
+/// device in real time and silence on a manual clock.
+void setMicrophone(std::optional<Microphone> microphone);
+
 // ---- everything else -------------------------------------------------------------------------
 
 /// Pretends that only these language codes (compared without regard to case) have speech voices;

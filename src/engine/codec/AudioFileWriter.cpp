@@ -233,9 +233,12 @@ Expected<void> AudioFileWriter::open(const std::string& path, AudioFileFormat fo
         return Failure{WriteError::badParameters,
                        "channels must be 1 or 2, not " + std::to_string(channels)};
     }
-    if (sampleRate < 1000 || sampleRate > 384000) {
-        return Failure{WriteError::badParameters,
-                       "unsupported sample rate " + std::to_string(sampleRate)};
+    const int fileRate = options.encodedRate > 0 ? options.encodedRate : sampleRate;
+    for (const int rate : {sampleRate, fileRate}) {
+        if (rate < 1000 || rate > 384000) {
+            return Failure{WriteError::badParameters,
+                           "unsupported sample rate " + std::to_string(rate)};
+        }
     }
     const AVCodec* codec = findEncoder(format);
     if (codec == nullptr) {
@@ -258,7 +261,7 @@ Expected<void> AudioFileWriter::open(const std::string& path, AudioFileFormat fo
     }
     AVCodecContext* enc = impl->encoder.get();
     enc->sample_fmt = pickSampleFormat(codec);
-    enc->sample_rate = pickSampleRate(codec, sampleRate);
+    enc->sample_rate = pickSampleRate(codec, fileRate);
     av_channel_layout_default(&enc->ch_layout, channels);
     enc->time_base = AVRational{1, enc->sample_rate};
     const std::int64_t bitRate =

@@ -25,6 +25,9 @@ public:
         bool fragmented = false;
         /// M4A fragmented only: fragment length in seconds.
         double fragmentSeconds = 1.0;
+        /// The file's sample rate when it differs from the rate of the frames written (0: the
+        /// same); the writer resamples.
+        int encodedRate = 0;
     };
 
     AudioFileWriter();
@@ -35,7 +38,8 @@ public:
     /// Whether this FFmpeg build can write `format` (ogg needs a Vorbis or Opus encoder).
     static bool supports(AudioFileFormat format);
 
-    /// Creates (or truncates) the file at `path`. `channels` is 1 or 2, `sampleRate` in Hz.
+    /// Creates (or truncates) the file at `path`. `channels` is 1 or 2, `sampleRate` (Hz) is the
+    /// rate of the frames written.
     /// Opening again while open closes the previous file first.
     Expected<void> open(const std::string& path, AudioFileFormat format, int sampleRate,
                         int channels, const Options& options);

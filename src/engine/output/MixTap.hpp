@@ -9,8 +9,8 @@
 #include <vantelo_sounds/Expected.hpp>
 
 #include "engine/WavWriter.hpp"
-#include "engine/output/FrameRing.hpp"
 #include "engine/output/OutputError.hpp"
+#include "engine/rt/FrameRing.hpp"
 
 namespace vantelo_sounds::engine {
 

@@ -10,39 +10,12 @@
 #include "engine/output/AlsaErrorsSilenced.hpp"
 #include "engine/output/MixTap.hpp"
 #include "engine/output/OutputError.hpp"
+#include "engine/output/SdlAudioSubsystem.hpp"
 #include "engine/sound/SoundData.hpp"
 
 namespace vantelo_sounds::engine {
 
 namespace {
-
-// SDL's audio subsystem, counted by SDL itself: each owner inits once and quits once.
-//
-// Once it runs on a sound server, one more count is kept for the life of the process. SDL 2.26's
-// PulseAudio driver crashes when it starts while the server has no sink at all (it copies the
-// server's absent default sink name), which is exactly when a device is being reopened after the
-// last one went away; kept running, it reconnects by itself when the server comes back, even
-// after the server was killed and restarted.
-struct AudioSubsystem {
-    bool ok = false;
-    AudioSubsystem() {
-        SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
-        ok = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
-        const char* driver = ok ? SDL_GetCurrentAudioDriver() : nullptr;
-        if (driver != nullptr &&
-            (std::strcmp(driver, "pulseaudio") == 0 || std::strcmp(driver, "pipewire") == 0)) {
-            static const bool kept = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
-            (void)kept;
-        }
-    }
-    ~AudioSubsystem() {
-        if (ok) {
-            SDL_QuitSubSystem(SDL_INIT_AUDIO);
-        }
-    }
-    AudioSubsystem(const AudioSubsystem&) = delete;
-    AudioSubsystem& operator=(const AudioSubsystem&) = delete;
-};
 
 // What SDL's audio thread renders, and where the rendered block also goes. The callback and
 // detach() meet through one atomic: the callback renders only when it moves `state` from idle to
@@ -78,7 +51,7 @@ void audioCallback(void* userdata, Uint8* stream, int length) noexcept {
 } // namespace
 
 struct SdlOutput::Device {
-    AudioSubsystem subsystem;
+    SdlAudioSubsystem subsystem;
     RenderTarget target;
     SDL_AudioDeviceID id = 0;
     std::string driver;
@@ -103,7 +76,7 @@ Expected<void> SdlOutput::open(Mixer& mixer) {
     // find; the failure is reported once, in the library's own words.
     const AlsaErrorsSilenced quiet;
     auto device = std::make_unique<Device>();
-    if (!device->subsystem.ok) {
+    if (!device->subsystem.ok()) {
         return Expected<void>(OutputError::deviceUnavailable, SDL_GetError());
     }
     SDL_AudioSpec want{};

@@ -9,11 +9,11 @@
 
 #include "engine/EngineSupport.hpp"
 #include "engine/WavWriter.hpp"
-#include "engine/output/FrameRing.hpp"
 #include "engine/output/MixTap.hpp"
 #include "engine/output/NullOutput.hpp"
 #include "engine/output/OutputError.hpp"
 #include "engine/output/SdlOutput.hpp"
+#include "engine/rt/FrameRing.hpp"
 #include "support/OfflineAudio.hpp"
 #include "support/SoundFixtures.hpp"
 #include "support/WavFile.hpp"

@@ -10,19 +10,22 @@
 
 namespace vantelo_sounds::engine {
 
-/// A bounded ring of interleaved stereo frames between one producer thread (the audio thread)
-/// and one consumer thread. Neither side locks, allocates or waits: a push that does not fit keeps
-/// what fits and counts the rest as dropped. The storage is allocated by the constructor.
+/// A bounded ring of interleaved frames (stereo unless told otherwise) between one producer thread
+/// (an audio thread: the device's render or capture callback) and one consumer thread. Neither side
+/// locks, allocates or waits: a push that does not fit keeps what fits and counts the rest as
+/// dropped. The storage is allocated by the constructor.
 class FrameRing {
 public:
     static constexpr std::size_t kChannels = 2;
 
-    explicit FrameRing(std::size_t capacityFrames)
-        : mSamples(std::max<std::size_t>(capacityFrames, 1) * kChannels) {}
+    explicit FrameRing(std::size_t capacityFrames, std::size_t channels = kChannels)
+        : mChannels(std::max<std::size_t>(channels, 1))
+        , mSamples(std::max<std::size_t>(capacityFrames, 1) * mChannels) {}
     FrameRing(const FrameRing&) = delete;
     FrameRing& operator=(const FrameRing&) = delete;
 
-    std::size_t capacity() const noexcept { return mSamples.size() / kChannels; }
+    std::size_t capacity() const noexcept { return mSamples.size() / mChannels; }
+    std::size_t channels() const noexcept { return mChannels; }
 
     /// Producer: appends up to `frames` frames; returns how many were kept.
     std::size_t push(const float* interleaved, std::size_t frames) noexcept {
@@ -71,9 +74,9 @@ private:
         }
         const auto start = static_cast<std::size_t>(position % capacity());
         const std::size_t first = std::min(frames, capacity() - start);
-        std::memcpy(mSamples.data() + start * kChannels, from, first * kChannels * sizeof(float));
-        std::memcpy(mSamples.data(), from + first * kChannels,
-                    (frames - first) * kChannels * sizeof(float));
+        std::memcpy(mSamples.data() + start * mChannels, from, first * mChannels * sizeof(float));
+        std::memcpy(mSamples.data(), from + first * mChannels,
+                    (frames - first) * mChannels * sizeof(float));
     }
     void copyOut(std::uint64_t position, float* to, std::size_t frames) const noexcept {
         if (frames == 0) {
@@ -81,11 +84,12 @@ private:
         }
         const auto start = static_cast<std::size_t>(position % capacity());
         const std::size_t first = std::min(frames, capacity() - start);
-        std::memcpy(to, mSamples.data() + start * kChannels, first * kChannels * sizeof(float));
-        std::memcpy(to + first * kChannels, mSamples.data(),
-                    (frames - first) * kChannels * sizeof(float));
+        std::memcpy(to, mSamples.data() + start * mChannels, first * mChannels * sizeof(float));
+        std::memcpy(to + first * mChannels, mSamples.data(),
+                    (frames - first) * mChannels * sizeof(float));
     }
 
+    std::size_t mChannels;
     std::vector<float> mSamples;
     // Frame counts since the start; they never wrap in practice (64 bits of frames).
     alignas(64) std::atomic<std::uint64_t> mHead{0}; // written by the producer

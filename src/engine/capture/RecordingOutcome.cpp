@@ -1,0 +1,38 @@
+#include "engine/capture/RecordingOutcome.hpp"
+
+#include <string>
+
+#include "engine/capture/CaptureError.hpp"
+#include "engine/capture/RecordingFile.hpp"
+
+namespace vantelo_sounds::engine {
+
+RecordingOutcome RecordingOutcome::of(const RecordingFile& file, Reason reason,
+                                      Expected<void> failure, const Expected<void>& finished,
+                                      std::uint64_t droppedFrames) {
+    RecordingOutcome outcome;
+    outcome.reason = reason;
+    outcome.seconds = file.seconds();
+    outcome.droppedFrames = droppedFrames;
+    outcome.repairedSamples = file.repairedSamples();
+    if (!failure) {
+        outcome.reason = Reason::failed;
+        outcome.result = std::move(failure);
+    } else if (!finished) {
+        outcome.reason = Reason::failed;
+        outcome.result = finished;
+    } else if (droppedFrames > 0) {
+        // A gap in a clip is a broken clip: said, never passed off as a good recording.
+        const auto ms = droppedFrames * 1000 / static_cast<std::uint64_t>(file.inputRate());
+        outcome.result =
+            Expected<void>(CaptureError::fellBehind, std::to_string(ms) + " ms of sound lost");
+    } else if (reason == Reason::deviceLost && file.frames() == 0) {
+        outcome.result = Expected<void>(CaptureError::deviceLost, "nothing was captured");
+    } else if (file.frames() > 0 && !file.heardAnything()) {
+        // A real microphone always hears some noise; exact zeros mean a muted or blocked one.
+        outcome.result = Expected<void>(CaptureError::onlySilence);
+    }
+    return outcome;
+}
+
+} // namespace vantelo_sounds::engine
