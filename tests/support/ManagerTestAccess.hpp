@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <vantelo_sounds/VTOSoundRecorder.hpp>
 #include <vantelo_sounds/VTOSoundsManager.hpp>
 
 namespace vantelo_sounds {
@@ -16,6 +17,9 @@ struct VTOSoundsManagerTestAccess {
     static const auto& voice(VTOSoundsManager& m) { return m.voice; }
     static const auto& britishVoice(VTOSoundsManager& m) { return m.britishVoice; }
     static SpeechSynthesizer& syntesizer(VTOSoundsManager& m) { return *m.syntesizer; }
+    static VTOSoundRecorder& recorder(VTOSoundsManager& m) {
+        return static_cast<VTOSoundRecorder&>(*m.soundRecorder);
+    }
     static void playSound(VTOSoundsManager& m, const std::optional<PlaySoundSettings>& settings,
                           Completion completion) {
         m.playSound(settings, std::move(completion));

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "support/DecodedSound.hpp"
 #include "support/NamedCase.hpp"
 #include "support/OfflineAudio.hpp"
 #include "support/SoundFixtures.hpp"
@@ -22,6 +23,8 @@ namespace vantelo_sounds::cli {
 namespace {
 
 using nlohmann::json;
+using test::DecodedSound;
+using test::decodeFile;
 using test::SoundFixtures;
 
 struct CliResult {
@@ -62,10 +65,11 @@ protected:
     /// Runs `scenario` with --events and --render (into mix.wav) and returns the events, times
     /// rounded to the millisecond (mTimes keeps them as written). Time never goes back from one
     /// line to the next.
-    std::vector<json> events(const std::string& scenario) {
+    std::vector<json> events(const std::string& scenario, const std::string& env = "") {
         const std::string eventsPath = mFiles.path("events.jsonl");
         mLast = run({"run", writeScenario(scenario), "--events", eventsPath, "--render",
-                     mFiles.path("mix.wav")});
+                     mFiles.path("mix.wav")},
+                    env);
         EXPECT_EQ(mLast.status, 0) << mLast.err;
         std::vector<json> parsed;
         mTimes.clear();
@@ -237,6 +241,26 @@ TEST_F(CliRunTest, AnInterruptionPausesEverySoundAndItsEndResumesTheLoop) {
         soundEvent(0.6, "soundResume", 1, "hum.wav"),
     };
     EXPECT_EQ(seen, expected);
+}
+
+TEST_F(CliRunTest, ARecordingOfTheToneMicrophoneIsLoggedAndDecodesBackToTheTone) {
+    const auto logged = events(R"({"duration": 1.0, "permissionAnswer": "grant",
+        "microphone": {"tone": 440.0, "amplitude": 0.5}, "steps": [
+        {"at": 0.0, "do": "requestPermissions", "tag": "p"},
+        {"at": 0.1, "do": "startRecording", "maxDuration": 2.0, "tag": "r"},
+        {"at": 0.6, "do": "stopRecording"}]})",
+                               "XDG_CACHE_HOME=" + mFiles.dir());
+    const std::string file = mFiles.path("tmpRecording.m4a");
+    const std::vector<json> expected{
+        {{"t", 0.0}, {"type", "completion"}, {"tag", "p"}, {"granted", true}, {"error", nullptr}},
+        {{"t", 0.1}, {"type", "recordingStart"}, {"url", "file://" + file}},
+        {{"t", 0.6}, {"type", "recordingEnd"}, {"url", "file://" + file}},
+        {{"t", 0.6}, {"type", "completion"}, {"tag", "r"}, {"url", file}, {"error", nullptr}},
+    };
+    EXPECT_EQ(logged, expected);
+    const DecodedSound sound = decodeFile(file);
+    EXPECT_NEAR(double(sound.frames()) / 48000.0, 0.5, 1024.0 / 16000.0);
+    EXPECT_NEAR(sound.audio().zeroCrossingFrequency(0, 4800, 19200), 440.0, 4.4);
 }
 
 TEST_F(CliRunTest, PlayersDroppedWhenEveryChannelIsTakenEndWithoutAChannel) {

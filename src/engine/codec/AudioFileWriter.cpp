@@ -6,6 +6,7 @@
 
 #include "engine/codec/FfmpegLog.hpp"
 #include "engine/codec/FfmpegPtr.hpp"
+#include "engine/codec/M4aRemux.hpp"
 
 extern "C" {
 #include <libavutil/audio_fifo.h>
@@ -18,16 +19,6 @@ namespace {
 
 using FifoPtr =
     std::unique_ptr<AVAudioFifo, decltype([](AVAudioFifo* f) { av_audio_fifo_free(f); })>;
-
-struct OutputContextDeleter {
-    void operator()(AVFormatContext* c) const {
-        if (c->pb != nullptr && !(c->oformat->flags & AVFMT_NOFILE)) {
-            avio_closep(&c->pb);
-        }
-        avformat_free_context(c);
-    }
-};
-using OutputContextPtr = std::unique_ptr<AVFormatContext, OutputContextDeleter>;
 
 const AVCodec* findEncoder(AudioFileFormat format) {
     switch (format) {
@@ -112,7 +103,7 @@ Failure ffmpegFailure(const char* what, int code) {
 } // namespace
 
 struct AudioFileWriter::Impl {
-    OutputContextPtr output;
+    ffmpeg::OutputContextPtr output;
     ffmpeg::CodecContextPtr encoder;
     ffmpeg::SwrPtr resampler;
     FifoPtr fifo;
@@ -328,6 +319,7 @@ Expected<void> AudioFileWriter::open(const std::string& path, AudioFileFormat fo
     }
     impl->headerWritten = true;
     mImpl = std::move(impl);
+    mFragmentedPath = format == AudioFileFormat::m4a && options.fragmented ? path : std::string();
     return {};
 }
 
@@ -387,6 +379,15 @@ Expected<void> AudioFileWriter::close() {
     if (result && rc < 0) {
         result = ffmpegFailure("cannot finish the file", rc);
     }
+    const int priming = impl->encoder->initial_padding;
+    impl.reset(); // the file is closed
+    if (result && !mFragmentedPath.empty()) {
+        // Fragments keep a file readable while it is written; once it is complete, a plain file
+        // is what players expect (exact length, no priming heard). Should that fail, the
+        // fragmented file is still complete and good.
+        (void)remuxToPlainM4a(mFragmentedPath, priming);
+    }
+    mFragmentedPath.clear();
     return result;
 }
 

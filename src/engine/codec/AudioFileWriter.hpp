@@ -20,8 +20,9 @@ public:
         /// Bits per second for lossy formats; 0 picks a default for the format and channels.
         int bitRate = 0;
         /// M4A only: write fragments as it goes so a file cut off by a crash stays readable
-        /// (all but the last, incomplete fragment). The file's duration then includes the
-        /// encoder's priming samples.
+        /// (all but the last, incomplete fragment). A cut-off file's duration includes the
+        /// encoder's priming samples; close() rewrites a complete one as a plain file that
+        /// hides them.
         bool fragmented = false;
         /// M4A fragmented only: fragment length in seconds.
         double fragmentSeconds = 1.0;
@@ -61,6 +62,7 @@ public:
 private:
     struct Impl;
     std::unique_ptr<Impl> mImpl;
+    std::string mFragmentedPath; // rewritten as a plain file by close()
 };
 
 } // namespace vantelo_sounds::engine

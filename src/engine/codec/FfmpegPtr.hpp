@@ -19,6 +19,14 @@ using CodecContextPtr =
 using InputContextPtr =
     std::unique_ptr<AVFormatContext,
                     decltype([](AVFormatContext* c) { avformat_close_input(&c); })>;
+/// An output (muxer) context and the file it opened.
+using OutputContextPtr =
+    std::unique_ptr<AVFormatContext, decltype([](AVFormatContext* c) {
+                        if (c->pb != nullptr && !(c->oformat->flags & AVFMT_NOFILE)) {
+                            avio_closep(&c->pb);
+                        }
+                        avformat_free_context(c);
+                    })>;
 using FramePtr = std::unique_ptr<AVFrame, decltype([](AVFrame* f) { av_frame_free(&f); })>;
 using PacketPtr = std::unique_ptr<AVPacket, decltype([](AVPacket* p) { av_packet_free(&p); })>;
 using SwrPtr = std::unique_ptr<SwrContext, decltype([](SwrContext* s) { swr_free(&s); })>;
