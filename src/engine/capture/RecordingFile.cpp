@@ -15,6 +15,7 @@ Expected<std::unique_ptr<RecordingFile>> RecordingFile::create(const Settings& s
     AudioFileWriter::Options options;
     options.bitRate = settings.bitRate;
     options.fragmented = true;
+    options.plainWhenClosed = true;
     options.fragmentSeconds = kFragmentSeconds;
     options.encodedRate = settings.fileRate;
     if (auto opened =

@@ -319,7 +319,10 @@ Expected<void> AudioFileWriter::open(const std::string& path, AudioFileFormat fo
     }
     impl->headerWritten = true;
     mImpl = std::move(impl);
-    mFragmentedPath = format == AudioFileFormat::m4a && options.fragmented ? path : std::string();
+    mFragmentedPath =
+        format == AudioFileFormat::m4a && options.fragmented && options.plainWhenClosed
+            ? path
+            : std::string();
     return {};
 }
 

@@ -21,9 +21,11 @@ public:
         int bitRate = 0;
         /// M4A only: write fragments as it goes so a file cut off by a crash stays readable
         /// (all but the last, incomplete fragment). A cut-off file's duration includes the
-        /// encoder's priming samples; close() rewrites a complete one as a plain file that
-        /// hides them.
+        /// encoder's priming samples.
         bool fragmented = false;
+        /// M4A fragmented only: close() rewrites the complete file as a plain one, whose edit
+        /// list hides the priming samples (players then report and play the exact length).
+        bool plainWhenClosed = false;
         /// M4A fragmented only: fragment length in seconds.
         double fragmentSeconds = 1.0;
         /// The file's sample rate when it differs from the rate of the frames written (0: the
