@@ -131,7 +131,8 @@ TEST_F(CaptureTest, FailuresAreReportedNeverPassedOffAsGoodClips) {
     const RecordingOutcome behind = pump(source(kRate * 5), 6.0, true);
     EXPECT_EQ(behind.result.error(), CaptureError::fellBehind);
     EXPECT_GT(behind.droppedFrames, 0u);
-    EXPECT_DOUBLE_EQ(behind.seconds, 5.0) << "lost sound is kept as a gap, so the rest stays in time";
+    EXPECT_DOUBLE_EQ(behind.seconds, 5.0)
+        << "lost sound is kept as a gap, so the rest stays in time";
 }
 
 TEST_F(CaptureTest, AFullDiskIsAWriteErrorWithItsErrno) {
