@@ -27,6 +27,7 @@ readonly kSinkOptions=(sink_name=vsink norewinds=1 rate=48000 channels=2
 
 cli=${1:?usage: pulse-device-loss.sh PATH/TO/vantelo-sounds}
 assets="$(cd "$(dirname "$0")/../../assets" && pwd)"
+source "$(dirname "$0")/private-pulse.sh"
 
 for tool in pulseaudio:pulseaudio pactl:pulseaudio-utils parecord:pulseaudio-utils sox:sox; do
     if ! command -v "${tool%%:*}" >/dev/null; then
@@ -77,7 +78,6 @@ sleepUntil() {
     return 0
 }
 micros() { printf '%d.%06d' $(($1 / 1000000)) $(($1 % 1000000)); }
-pa() { timeout 5 pactl "$@"; }
 
 # The events of one type, one per line.
 eventsOfType() { grep -F "\"type\":\"$1\"" "$events" 2>/dev/null; }
@@ -108,32 +108,8 @@ lagMs() {
         'BEGIN { printf "%.0f", (t - w) * 1000 }'
 }
 
-# --- a private sound server: own runtime folder and socket, no D-Bus, never autospawned ---
-mkdir -p "$work/runtime" "$work/state"
-chmod 700 "$work/runtime"
-echo "autospawn = no" >"$work/client.conf"
-export XDG_RUNTIME_DIR="$work/runtime" PULSE_RUNTIME_PATH="$work/runtime"
-export PULSE_STATE_PATH="$work/state" PULSE_CLIENTCONFIG="$work/client.conf"
-export PULSE_SERVER="unix:$work/runtime/native" SDL_NO_SIGNAL_HANDLERS=1
-unset DBUS_SESSION_BUS_ADDRESS VANTELO_SOUNDS_OUTPUT
-# Under the sanitizers, what the uninstrumented sound libraries do themselves is not reported:
-# SDL 2.26.5's PulseAudio hotplug thread never releases the operations it starts when a sink comes
-# or goes, and libpulse's lock-free memory pools look like races to ThreadSanitizer (even in a run
-# that loses no device). Reports with our own code on top are still made.
-echo "leak:pa_xmalloc" >"$work/lsan.supp"
-printf 'race:libpulse\nrace:libSDL2\n' >"$work/tsan.supp"
-export LSAN_OPTIONS="suppressions=$work/lsan.supp:print_suppressions=0${LSAN_OPTIONS:+:$LSAN_OPTIONS}"
-export TSAN_OPTIONS="suppressions=$work/tsan.supp:print_suppressions=0${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
-# The outer timeout only matters if this script is killed before its trap can run.
-timeout -k 2 60 pulseaudio -n --daemonize=no --exit-idle-time=-1 --use-pid-file=no \
-    --load="module-native-protocol-unix socket=$work/runtime/native auth-anonymous=1" \
-    --load="module-null-sink ${kSinkOptions[*]}" >"$work/pa.log" 2>&1 &
-paPid=$!
-for _ in $(seq 1 250); do
-    pa info >/dev/null 2>&1 && break
-    sleep 0.02
-done
-pa info >/dev/null 2>&1 || die "the private PulseAudio did not answer within 5 s"
+# --- a private sound server with one sink ---
+startPrivatePulse "module-null-sink ${kSinkOptions[*]}"
 pa set-default-sink vsink || die "pactl set-default-sink vsink failed"
 module="$(pa list short modules | awk '$2 == "module-null-sink" { print $1 }')"
 
