@@ -19,9 +19,10 @@ namespace vantelo_sounds::engine {
 /// samples. Used by one thread at a time.
 class RecordingFile {
 public:
-    /// Short fragments keep what a crash can lose small (two AAC frames at 16 kHz: 128 ms); each
-    /// costs about a hundred bytes of headers.
-    static constexpr double kFragmentSeconds = 0.1;
+    /// Every AAC frame (64 ms at 16 kHz) is its own fragment, so that a crash loses little: the
+    /// frame being filled and the one the encoder holds back. The headers this costs (about 45 %
+    /// more bytes) stay only in a cut-off file: a complete one is rewritten as a plain file.
+    static constexpr double kFragmentSeconds = 0.01;
 
     struct Settings {
         std::string path;

@@ -115,6 +115,10 @@ struct AudioFileWriter::Impl {
     std::uint64_t framesWritten = 0;
     std::vector<float> clean;
     bool headerWritten = false;
+    // Fragmented M4A: the fragment length, in the encoder's ticks (0: not fragmented), and how
+    // much the fragment being written holds.
+    std::int64_t fragmentTicks = 0;
+    std::int64_t fragmentFill = 0;
 
     Expected<void> drainPackets() {
         for (;;) {
@@ -125,11 +129,19 @@ struct AudioFileWriter::Impl {
             if (rc < 0) {
                 return ffmpegFailure("encoding failed", rc);
             }
+            const std::int64_t duration = packet->duration; // in samples
             av_packet_rescale_ts(packet.get(), encoder->time_base, stream->time_base);
             packet->stream_index = stream->index;
             rc = av_interleaved_write_frame(output.get(), packet.get());
             if (rc < 0) {
                 return ffmpegFailure("writing failed", rc);
+            }
+            if (fragmentTicks > 0 && (fragmentFill += duration) >= fragmentTicks) {
+                fragmentFill = 0;
+                rc = av_write_frame(output.get(), nullptr); // ends the fragment; it is flushed
+                if (rc < 0) {
+                    return ffmpegFailure("writing failed", rc);
+                }
             }
         }
     }
@@ -306,10 +318,11 @@ Expected<void> AudioFileWriter::open(const std::string& path, AudioFileFormat fo
     AVDictionary* muxerOptions = nullptr;
     if (format == AudioFileFormat::m4a && options.fragmented) {
         // Fragments that reach the disk as they are made: a cut-off file loses at most the last.
-        av_dict_set(&muxerOptions, "movflags", "empty_moov+default_base_moof", 0);
-        const auto micros =
-            static_cast<std::int64_t>(std::max(options.fragmentSeconds, 0.01) * 1e6);
-        av_dict_set_int(&muxerOptions, "frag_duration", micros, 0);
+        // The writer cuts the fragments itself, as soon as one is long enough: the muxer would
+        // wait for the next packet to see that.
+        av_dict_set(&muxerOptions, "movflags", "frag_custom+empty_moov+default_base_moof", 0);
+        impl->fragmentTicks = std::max<std::int64_t>(
+            1, static_cast<std::int64_t>(options.fragmentSeconds * enc->sample_rate));
         av_dict_set(&muxerOptions, "flush_packets", "1", 0);
     }
     rc = avformat_write_header(impl->output.get(), &muxerOptions);
