@@ -14,7 +14,8 @@ namespace vantelo_sounds {
 /// the recordings it starts (the manager keeps it for its whole life).
 class VTOSoundRecorder : public SoundRecorder {
 public:
-    explicit VTOSoundRecorder(double maxRecordDuration);
+    /// `duration`: the first maxRecordDuration.
+    explicit VTOSoundRecorder(double duration);
 
     void requestPermissions(PermissionCompletion completion) override;
     void startRecording(std::optional<double> maxDuration, RecordingCompletion completion) override;

@@ -57,8 +57,8 @@ void VTORecorderHandler::audioRecorderEncodeErrorDidOccur(AudioRecorder&,
     }
 }
 
-VTOSoundRecorder::VTOSoundRecorder(double maxRecordDuration)
-    : maxRecordDuration(maxRecordDuration)
+VTOSoundRecorder::VTOSoundRecorder(double duration)
+    : maxRecordDuration(duration)
     , recordFilePath(FileURL::fileURLWithPath(cachesFolder() + "/tmpRecording.m4a")) {
     // A file left from an earlier run goes; its absence is no error.
     (void)FileManager::defaultManager().removeItemAtURL(recordFilePath);

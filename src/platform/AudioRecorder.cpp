@@ -270,9 +270,9 @@ struct AudioRecorder::Impl final : RunLoopSource, Interruptible {
 
     // Delivered on the loop's next pass; nothing is kept alive for it but the recorder's address,
     // looked up again there (a recorder gone by then hears nothing).
-    static void post(RunLoop& loop, std::weak_ptr<AudioRecorder> weakOwner, std::uint64_t id,
+    static void post(RunLoop& runLoop, std::weak_ptr<AudioRecorder> weakOwner, std::uint64_t id,
                      RecordingOutcome outcome) {
-        loop.post([weakOwner = std::move(weakOwner), id, outcome = std::move(outcome)] {
+        runLoop.post([weakOwner = std::move(weakOwner), id, outcome = std::move(outcome)] {
             if (const std::shared_ptr<AudioRecorder> self = weakOwner.lock()) {
                 self->mImpl->deliver(id, outcome);
             }

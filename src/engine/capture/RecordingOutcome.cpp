@@ -7,13 +7,13 @@
 
 namespace vantelo_sounds::engine {
 
-RecordingOutcome RecordingOutcome::of(const RecordingFile& file, Reason reason,
+RecordingOutcome RecordingOutcome::of(const RecordingFile& file, Reason endedFor,
                                       Expected<void> failure, const Expected<void>& finished,
-                                      std::uint64_t droppedFrames) {
+                                      std::uint64_t dropped) {
     RecordingOutcome outcome;
-    outcome.reason = reason;
+    outcome.reason = endedFor;
     outcome.seconds = file.seconds();
-    outcome.droppedFrames = droppedFrames;
+    outcome.droppedFrames = dropped;
     outcome.repairedSamples = file.repairedSamples();
     if (!failure) {
         outcome.reason = Reason::failed;
@@ -21,12 +21,12 @@ RecordingOutcome RecordingOutcome::of(const RecordingFile& file, Reason reason,
     } else if (!finished) {
         outcome.reason = Reason::failed;
         outcome.result = finished;
-    } else if (droppedFrames > 0) {
+    } else if (dropped > 0) {
         // A gap in a clip is a broken clip: said, never passed off as a good recording.
-        const auto ms = droppedFrames * 1000 / static_cast<std::uint64_t>(file.inputRate());
+        const auto ms = dropped * 1000 / static_cast<std::uint64_t>(file.inputRate());
         outcome.result =
             Expected<void>(CaptureError::fellBehind, std::to_string(ms) + " ms of sound lost");
-    } else if (reason == Reason::deviceLost && file.frames() == 0) {
+    } else if (endedFor == Reason::deviceLost && file.frames() == 0) {
         outcome.result = Expected<void>(CaptureError::deviceLost, "nothing was captured");
     } else if (file.frames() > 0 && !file.heardAnything()) {
         // A real microphone always hears some noise; exact zeros mean a muted or blocked one.

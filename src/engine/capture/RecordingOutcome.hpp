@@ -23,10 +23,10 @@ struct RecordingOutcome {
     std::uint64_t droppedFrames = 0;   ///< captured but lost before the encoder
     std::uint64_t repairedSamples = 0; ///< NaN, infinite or clipped samples made safe
 
-    /// The outcome of `file` after it ended for `reason` and finish() gave `finished`. `failure`
+    /// The outcome of `file` after it ended for `endedFor` and finish() gave `finished`. `failure`
     /// (when not success) is what stopped it first.
-    static RecordingOutcome of(const RecordingFile& file, Reason reason, Expected<void> failure,
-                               const Expected<void>& finished, std::uint64_t droppedFrames);
+    static RecordingOutcome of(const RecordingFile& file, Reason endedFor, Expected<void> failure,
+                               const Expected<void>& finished, std::uint64_t dropped);
 };
 
 } // namespace vantelo_sounds::engine

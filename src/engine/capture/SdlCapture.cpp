@@ -23,8 +23,7 @@ void captureCallback(void* userdata, Uint8* stream, int length) noexcept {
 struct SdlCapture::Device {
     SdlAudioSubsystem subsystem;
     SDL_AudioDeviceID id = 0;
-    std::string driver;
-    std::string name;
+    std::string description;
 
     ~Device() {
         if (id != 0) {
@@ -60,14 +59,7 @@ Expected<void> SdlCapture::start(FrameRing& ring) {
     if (device->id == 0) {
         return Expected<void>(CaptureError::deviceUnavailable, SDL_GetError());
     }
-    const char* driver = SDL_GetCurrentAudioDriver();
-    device->driver = driver != nullptr ? driver : "";
-    char* name = nullptr;
-    SDL_AudioSpec spec{};
-    if (SDL_GetDefaultAudioInfo(&name, &spec, 1) == 0 && name != nullptr) {
-        device->name = name;
-        SDL_free(name);
-    }
+    device->description = SdlAudioSubsystem::defaultDeviceDescription(true);
     SDL_PauseAudioDevice(device->id, 0);
     mDevice = std::move(device);
     return {};
@@ -85,7 +77,7 @@ std::string SdlCapture::deviceName() const {
     if (!mDevice) {
         return {};
     }
-    return mDevice->name.empty() ? mDevice->driver : mDevice->driver + ": " + mDevice->name;
+    return mDevice->description;
 }
 
 } // namespace vantelo_sounds::engine

@@ -17,6 +17,18 @@ SdlAudioSubsystem::SdlAudioSubsystem() noexcept {
     }
 }
 
+std::string SdlAudioSubsystem::defaultDeviceDescription(bool capture) {
+    const char* driver = SDL_GetCurrentAudioDriver();
+    std::string description = driver != nullptr ? driver : "";
+    char* name = nullptr;
+    SDL_AudioSpec spec{};
+    if (SDL_GetDefaultAudioInfo(&name, &spec, capture ? 1 : 0) == 0 && name != nullptr) {
+        description += std::string(": ") + name;
+        SDL_free(name);
+    }
+    return description;
+}
+
 SdlAudioSubsystem::~SdlAudioSubsystem() {
     if (mOk) {
         SDL_QuitSubSystem(SDL_INIT_AUDIO);

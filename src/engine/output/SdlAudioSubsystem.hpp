@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace vantelo_sounds::engine {
 
 /// SDL's audio subsystem, counted by SDL itself: each owner (an open playback or capture device)
@@ -20,6 +22,10 @@ public:
 
     /// False when SDL could not start its audio (SDL_GetError() says why).
     bool ok() const noexcept { return mOk; }
+    /// The driver and the default playback or capture device, for messages: "driver: device",
+    /// for instance "pulseaudio: Built-in Audio Analog Stereo" (the driver alone when the device
+    /// has no name).
+    static std::string defaultDeviceDescription(bool capture);
 
 private:
     bool mOk = false;

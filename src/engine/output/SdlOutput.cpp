@@ -54,8 +54,7 @@ struct SdlOutput::Device {
     SdlAudioSubsystem subsystem;
     RenderTarget target;
     SDL_AudioDeviceID id = 0;
-    std::string driver;
-    std::string name;
+    std::string description;
 
     ~Device() {
         if (id != 0) {
@@ -94,14 +93,7 @@ Expected<void> SdlOutput::open(Mixer& mixer) {
     if (device->id == 0) {
         return Expected<void>(OutputError::deviceUnavailable, SDL_GetError());
     }
-    const char* driver = SDL_GetCurrentAudioDriver();
-    device->driver = driver != nullptr ? driver : "";
-    char* name = nullptr;
-    SDL_AudioSpec spec{};
-    if (SDL_GetDefaultAudioInfo(&name, &spec, 0) == 0 && name != nullptr) {
-        device->name = name;
-        SDL_free(name);
-    }
+    device->description = SdlAudioSubsystem::defaultDeviceDescription(false);
     mDevice = std::move(device);
     return {};
 }
@@ -145,7 +137,7 @@ std::string SdlOutput::deviceName() const {
     if (!mDevice) {
         return {};
     }
-    return mDevice->name.empty() ? mDevice->driver : mDevice->driver + ": " + mDevice->name;
+    return mDevice->description;
 }
 
 } // namespace vantelo_sounds::engine
