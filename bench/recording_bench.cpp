@@ -60,9 +60,7 @@ BENCHMARK(encode)->Unit(benchmark::kMillisecond)->Iterations(5);
 
 class Ends final : public AudioRecorderDelegate {
 public:
-    void audioRecorderDidFinishRecording(AudioRecorder&, bool) override {
-        at = SteadyTime::now();
-    }
+    void audioRecorderDidFinishRecording(AudioRecorder&, bool) override { at = SteadyTime::now(); }
     void audioRecorderEncodeErrorDidOccur(AudioRecorder&, const std::optional<Failure>&) override {
         at = SteadyTime::now();
     }
@@ -72,11 +70,11 @@ public:
 void stopToCompletion(benchmark::State& state) {
     RunLoop& loop = RunLoop::resetMain(std::make_shared<SteadyClock>());
     simulation::setRecordPermission(RecordPermission::granted);
-    simulation::setMicrophone(simulation::Microphone{simulation::Microphone::Kind::tone, 440.0,
-                                                     0.5, ""});
-    auto recorder = *AudioRecorder::create(
-        FileURL::fileURLWithPath(temporaryFile("vantelo-stop-bench.m4a")),
-        {{kAudioSampleRateKey, 16000}});
+    simulation::setMicrophone(
+        simulation::Microphone{simulation::Microphone::Kind::tone, 440.0, 0.5, ""});
+    auto recorder =
+        *AudioRecorder::create(FileURL::fileURLWithPath(temporaryFile("vantelo-stop-bench.m4a")),
+                               {{kAudioSampleRateKey, 16000}});
     for (auto _ : state) {
         auto ends = std::make_shared<Ends>();
         recorder->setDelegate(ends);
