@@ -88,6 +88,7 @@ RecordingOutcome CapturePump::pump() {
     Expected<void> failure;
     if (auto started = mSource->start(*mRing); !started) {
         failure = started.failure();
+        mSource->stop();
         return RecordingOutcome::of(file, Reason::failed, std::move(failure), file.finish(), 0);
     }
     {

@@ -67,6 +67,9 @@ Expected<void> SdlCapture::start(FrameRing& ring) {
 
 void SdlCapture::stop() noexcept {
     mDevice.reset();
+    // SDL keeps per-thread state (its error text) that it frees only when asked; the thread that
+    // opened the device is usually the recording's own, which is about to end.
+    SDL_TLSCleanup();
 }
 
 bool SdlCapture::lost() const noexcept {
